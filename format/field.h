@@ -1,0 +1,100 @@
+// The field store: numbered value buffers with a read cursor, and the table
+// of them that passes values from the table reader to the line formatter.
+#ifndef FORMFILL_FORMAT_FIELD_H_
+#define FORMFILL_FORMAT_FIELD_H_
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+// Parts successive values within one field.
+constexpr wchar_t kValueSeparator = L'\x01';
+
+// One value buffer. Unread text runs from the read position to the end;
+// what is left there is the field's remainder (Ostatok), carried on to the
+// field's next reference.
+class Field {
+ public:
+  explicit Field(long number);
+
+  // True while unread text remains.
+  bool Exist() const { return m_Read < static_cast<int64_t>(m_Value.size()); }
+  uint64_t LenToEnd() const;
+  // Ostatok: characters from the read position to the next separator or the end.
+  int Ostatok() const;
+  void Clear();
+  void First() { m_Read = 0; }
+  // The next unread character, or 0 at the end (the position stays).
+  wchar_t GetSym();
+  void ReturnSym();
+  // Steps over a separator at the read position.
+  void DelSeparator();
+  void SavPosPut() { m_SavePut = static_cast<int64_t>(m_Value.size()); }
+  // Drops what was appended since SavPosPut.
+  void GoPosPut();
+  void PutSym(wchar_t c) { m_Value.push_back(c); }
+  void PutStr(const wchar_t* s) { m_Value.append(s); }
+  // Removes trailing " \t\r\n".
+  void TrimRight();
+
+  int64_t m_Read;
+  int64_t m_SavePut;
+  long m_Number;
+  wchar_t m_Mac;
+  std::wstring m_Value;
+};
+
+// Fields by number, with one current field on which most operations act.
+// Owns its fields.
+class FieldTab : public std::map<long, Field*> {
+ public:
+  FieldTab();
+  virtual ~FieldTab();
+
+  FieldTab(const FieldTab&) = delete;
+  FieldTab& operator=(const FieldTab&) = delete;
+
+  // False when n exists already (nothing changes); the current field stays.
+  bool InsertField(long n);
+  // Creates field n if needed and returns whether its macro character is c.
+  // The character is never stored, so only c == 0 can give true; template
+  // macro declarations rely on that.
+  bool InsertFieldMac(long n, wchar_t c);
+  bool ExistOst(long n);
+  // Makes field n current; false (and no current field) when n is missing.
+  bool SetCurrent(long n);
+  // Makes the first field whose macro character is c current; false leaves
+  // the current field as it was.
+  bool SetCurrentMac(wchar_t c);
+
+  // Operations on the current field; they do nothing (or give 0) without one.
+  wchar_t GetSym();
+  void ReturnSym();
+  int Ostatok();
+  void PutSym(wchar_t c);
+  void PutStr(const wchar_t* s);
+  // Trims a non-empty current value and appends a separator.
+  void InsSeparator();
+  void DelSeparator();
+  void SavPosPut();
+  void GoPosPut();
+  void ClearField();
+  void DelEndBlankField();
+
+  // Operations on every field.
+  bool Exist();
+  void Clear();
+  void First();
+  void First(long n);
+  // Field n's value up to its first separator; "" when n is missing.
+  std::wstring FirstValue(long n);
+  void DelEndBlank();
+  // Total unread characters over all fields.
+  int64_t AllOst();
+  void freeAll();
+
+  Field* m_Current;
+  std::wstring m_MacList;
+};
+
+#endif  // FORMFILL_FORMAT_FIELD_H_

@@ -1,0 +1,60 @@
+// The template (form): one section at a time parsed into Line entries and
+// handed out with labels, jumps and repeats applied.
+#ifndef FORMFILL_TEMPLATE_BLANK_H_
+#define FORMFILL_TEMPLATE_BLANK_H_
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "template/line.h"
+#include "textio/input_file.h"
+
+class OutputFile;
+
+class Blank {
+ public:
+  // name is the base name of the section files; a name with an extension
+  // makes every Load fail. out receives the template's messages and must
+  // outlive the Blank.
+  Blank(wchar_t const* name, OutputFile& out);
+  virtual ~Blank();
+
+  Blank(const Blank&) = delete;
+  Blank& operator=(const Blank&) = delete;
+
+  // Loads section n (name + ".n"), or rewinds it when it is loaded already.
+  // Returns 1 when ready to iterate, 0 on failure (a load error has been
+  // reported on standard output and in the document).
+  int Load(int section);
+
+  // Returns the next text line of the section, or null when the section is
+  // done or a cyclic jump was found. Mode 1 ignores backward unconditional
+  // jumps. The Blank keeps the line; the pointer stays valid until the Blank
+  // is destroyed.
+  Line* Next(int mode);
+
+  // Resets the loop guards of every entry.
+  void ClrCount();
+
+  // True when dir + "/" + name exists.
+  static bool FileExist(std::wstring const& dir, std::wstring const& name);
+
+  // The loaded section's file, kept open: lines are re-read from it when
+  // they are printed.
+  static InputFile m_File;
+
+  Line* m_Lines;
+  int32_t m_Section;
+  int32_t m_Current;
+  int32_t m_Count;
+  std::wstring m_Name;
+  OutputFile& m_Out;
+
+ private:
+  // Arrays of earlier sections: lines handed out from them stay valid until
+  // the Blank is destroyed.
+  std::vector<Line*> m_Retired;
+};
+
+#endif  // FORMFILL_TEMPLATE_BLANK_H_

@@ -1,0 +1,51 @@
+// One line of a loaded template section. The record is declared here; its
+// formatting operations (ConvStr, PutPol, DelTab, IsRasdel) live in format/.
+#ifndef FORMFILL_TEMPLATE_LINE_H_
+#define FORMFILL_TEMPLATE_LINE_H_
+
+#include <cstdint>
+#include <string>
+
+class FieldTab;
+
+// Longest template line read, in characters.
+constexpr int kMaxLine = 4095;
+// Working line buffer, in characters (a line of kMaxLine plus terminator).
+constexpr int kLineBuf = 4096;
+// Raw read buffer: InputFile::GetLine may store kMaxLine + 1 characters.
+constexpr int kRawLineBuf = kMaxLine + 2;
+
+struct Line {
+  enum typLine : uint32_t { Text = 0, Label = 1, Jump = 2, Repeat = 3, Define = 4 };
+  enum typAlign : int { AlignLeft = 0, AlignCenter = 1, AlignRight = 2 };
+
+  // Re-reads the line from Blank::m_File at pos and returns it with every
+  // marker substituted; consumes the text of the fields it prints.
+  std::wstring ConvStr() const;
+
+  // Places the current field of tab into line[start..end], aligned, wrapped
+  // at a separator (the rest stays in the field) or, with truncate, cut.
+  static void PutPol(wchar_t* line, typAlign align, int start, int end,
+                     FieldTab* tab, bool truncate);
+  // Copies src into dst (kLineBuf characters) without trailing blanks and
+  // line feeds, tabs expanded; cut at kMaxLine characters.
+  static void DelTab(const wchar_t* src, wchar_t* dst);
+  // True when c may end a line's part of a wrapped value.
+  static bool IsRasdel(wchar_t c);
+
+  // Rasdel: the characters a value may wrap at.
+  static const wchar_t* Rasdel;
+
+  uint32_t kind;
+  int64_t link;
+  uint16_t blockLines;
+  uint16_t repeats;
+  int64_t field;
+  int32_t inRecord;
+  int32_t cond;
+  int32_t passes;
+  int64_t lastOst;
+  int64_t pos;
+};
+
+#endif  // FORMFILL_TEMPLATE_LINE_H_

@@ -1,0 +1,25 @@
+// Path splitting, current-time formatting and the catalogue's wide string.
+#ifndef FORMFILL_TEXTIO_HELPERS_H_
+#define FORMFILL_TEXTIO_HELPERS_H_
+
+#include <string>
+
+// Splits path into directory (with its final '/', backslashes turned into
+// slashes), base name and extension (after the last dot of the file name,
+// without the dot). Earlier contents of the outputs are discarded.
+void _wsplitpath(std::wstring const& path, std::wstring& dir,
+                 std::wstring& name, std::wstring& ext);
+
+// The current local time formatted by the strftime format, each byte
+// widened as it is. A result that does not fit in 79 bytes gives "".
+std::wstring GetCurrentTimeString(char const* format);
+
+// The wide string in which the message catalogue returns its texts.
+class DBString : public std::wstring {
+ public:
+  // Decodes the zero-terminated UTF-8 text; null gives an empty string and
+  // bytes that are not valid UTF-8 give "?utf-32?". Never throws.
+  explicit DBString(char const* text);
+};
+
+#endif  // FORMFILL_TEXTIO_HELPERS_H_

@@ -1,0 +1,53 @@
+#ifndef FORMFILL_TEXTIO_INPUT_FILE_H_
+#define FORMFILL_TEXTIO_INPUT_FILE_H_
+
+#include <cstdio>
+
+// Reads a UTF-8 text file as wide characters: one at a time with a
+// one-character push-back, whole lines, and byte positions to come back to.
+// Failures are false results; the caller picks the message.
+class InputFile {
+ public:
+  // Opens name when it is not null; a failed open shows at the first read.
+  explicit InputFile(wchar_t const* name = nullptr);
+  ~InputFile();
+
+  InputFile(const InputFile&) = delete;
+  InputFile& operator=(const InputFile&) = delete;
+
+  // Opens name (never null) for reading. A stream already held is replaced
+  // without being closed. Returns true when a file is open afterwards.
+  // A name above U+10FFFF throws std::range_error.
+  bool Open(wchar_t const* name);
+
+  // True while a file is open.
+  bool IsOpen() const { return m_Stream != nullptr; }
+
+  // Next character: the pushed-back one first, else one decoded from the
+  // file. False at end of file, on a cut sequence, on a byte that cannot
+  // begin a sequence (it is consumed) or without a file; ch is then unchanged.
+  bool Get(wchar_t& ch);
+
+  // One slot: a second PutBack before the next read replaces the first.
+  void PutBack(wchar_t ch);
+
+  // Reads one line into buf, which must hold max + 2 characters. Carriage
+  // returns are dropped, the line feed is kept, buf is always terminated.
+  // When more than max + 1 characters come before the line feed, the one
+  // that does not fit is lost. False only when nothing was stored.
+  bool GetLine(wchar_t* buf, int max);
+
+  // Byte offsets from the start of the file; only while a file is open.
+  void SetFilePointer(long pos);
+  long GetFilePointer();
+
+  FILE* m_Stream;
+  wchar_t m_Back;
+  bool m_IsBack;
+
+ private:
+  // Decodes one character from the stream; false as for Get.
+  bool Decode(wchar_t& ch);
+};
+
+#endif  // FORMFILL_TEXTIO_INPUT_FILE_H_

@@ -1,0 +1,40 @@
+#ifndef FORMFILL_TEXTIO_OUTPUT_FILE_H_
+#define FORMFILL_TEXTIO_OUTPUT_FILE_H_
+
+#include <cstdio>
+#include <string>
+
+// The one shared "CON" text. An OutputFile constructed with this very
+// pointer writes to standard output; any other pointer, even one that
+// spells CON, names an ordinary file.
+extern wchar_t const kConName[];
+
+// The sink of the document: wide text in, UTF-8 bytes out, nothing added.
+class OutputFile {
+ public:
+  // Opens name for writing ("wb", so an existing file is emptied); with
+  // append the stream is then put at the end, which keeps nothing. After
+  // construction the output is unusable when neither m_Console is set nor
+  // m_Stream is open. A name above U+10FFFF throws std::range_error.
+  OutputFile(wchar_t const* name, bool append);
+  virtual ~OutputFile();
+
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+
+  // Each write converts its whole text to UTF-8 and writes it in one block;
+  // a character above U+10FFFF throws std::range_error. Writes to an
+  // unusable output are dropped. A null text throws std::logic_error.
+  OutputFile& operator<<(std::wstring const& text);
+  OutputFile& operator<<(wchar_t const* text);
+  // Decimal digits, '-' in front of a negative value, nothing else.
+  OutputFile& operator<<(long value);
+
+  FILE* m_Stream;
+  bool m_Console;
+
+ private:
+  void Write(const wchar_t* text, size_t len);
+};
+
+#endif  // FORMFILL_TEXTIO_OUTPUT_FILE_H_

@@ -1,0 +1,25 @@
+// UTF-8 conversion of whole strings, used for file names, the document and
+// the message catalogue. The results match the standard library's
+// codecvt_utf8<wchar_t> facet (as shipped with libstdc++) byte for byte, so
+// documents written by earlier builds that used the facet stay identical.
+#ifndef FORMFILL_TEXTIO_UTF8_H_
+#define FORMFILL_TEXTIO_UTF8_H_
+
+#include <string>
+
+// Appends the UTF-8 form of text[0..len) to out. Code points U+D800..U+DFFF
+// are written as ordinary three-byte sequences. A character above U+10FFFF
+// (or negative) throws std::range_error("wstring_convert::to_bytes"); out
+// is then left with the bytes of the characters before it.
+void AppendUtf8(const wchar_t* text, size_t len, std::string& out);
+
+// The UTF-8 form of text; throws as AppendUtf8 does.
+std::string ToUtf8(const std::wstring& text);
+
+// Decodes UTF-8 bytes strictly: overlong forms, values above U+10FFFF,
+// stray continuation bytes and cut sequences throw
+// std::range_error("wstring_convert::from_bytes"); encoded surrogates are
+// accepted.
+std::wstring FromUtf8(const std::string& bytes);
+
+#endif  // FORMFILL_TEXTIO_UTF8_H_
