@@ -28,5 +28,24 @@ asan: $(ASAN_BUILD)/CMakeCache.txt
 demo: build
 	@examples/run-demo $(BUILD)/formfill
 
+FUZZ_BUILD   ?= build-fuzz
+FUZZ_SECONDS ?= 60
+
+# Each libFuzzer harness for FUZZ_SECONDS, corpora under fuzz-out/.
+fuzz:
+	CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DFORMFILL_FUZZ=ON -DFORMFILL_TESTS=OFF
+	cmake --build $(FUZZ_BUILD) -j$(JOBS)
+	tests/fuzz/run-fuzz $(FUZZ_BUILD) $(FUZZ_SECONDS)
+
+# Times a release build on generated payroll registers (10k, 100k and 1M
+# records, a few minutes), then the shared kit at 100k for the ratio to Perl.
+# Kept out of `make test`: timings depend on the machine's load.
+bench:
+	cmake -S . -B build-release -DCMAKE_BUILD_TYPE=Release -DFORMFILL_TESTS=OFF
+	cmake --build build-release -j$(JOBS) --target formfill
+	bench/run-bench build-release/formfill
+	if [ -e ../shared/bench/run ]; then ../shared/bench/run build-release/formfill 100000; fi
+
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD)

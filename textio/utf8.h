@@ -17,9 +17,11 @@ void AppendUtf8(const wchar_t* text, size_t len, std::string& out);
 std::string ToUtf8(const std::wstring& text);
 
 // Decodes UTF-8 bytes strictly: overlong forms, values above U+10FFFF,
-// stray continuation bytes and cut sequences throw
+// stray continuation bytes and bad continuation bytes throw
 // std::range_error("wstring_convert::from_bytes"); encoded surrogates are
-// accepted.
+// accepted. A sequence that the end of the bytes cuts short (its lead byte
+// promises more bytes than are left) ends the text: the characters before
+// it are returned, whatever the bytes after the lead are.
 std::wstring FromUtf8(const std::string& bytes);
 
 #endif  // FORMFILL_TEXTIO_UTF8_H_

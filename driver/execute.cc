@@ -1,0 +1,92 @@
+// Tbl::Execute: one whole run, from opening the document to the closing
+// section.
+#include <cstdint>
+#include <iostream>
+#include <string>
+
+#include "driver/tbl.h"
+#include "template/blank.h"
+#include "template/line.h"
+#include "textio/output_file.h"
+
+namespace {
+
+// Writes the rest of the loaded section in closing mode, where backward
+// unconditional jumps are no longer taken, so that a loop meant for records
+// runs out.
+void WriteClosing(Blank& blank, OutputFile& out) {
+  for (Line* line = blank.Next(1); line != nullptr; line = blank.Next(1)) {
+    out << line->ConvStr() << L"\n";
+  }
+}
+
+}  // namespace
+
+int Tbl::Execute() {
+  // The document is declared before the template so that the template, which
+  // writes its messages into it, is destroyed first on every return path.
+  // It is given the characters of OutFile, never the shared console name:
+  // without -O the document goes to a file named CON, where existing scripts
+  // collect it.
+  OutputFile out(OutFile.c_str(), Add != 0);
+  Blank blank(BlankFile.c_str(), out);
+  totBreak = 0;
+
+  if (!out.m_Console && out.m_Stream == nullptr) {
+    std::wcout << Err(errOutputOpen) << OutFile << std::endl;
+    return 1;
+  }
+  if (!GetHider()) {
+    std::wcout << Err(errNoInput) << InpFile << std::endl;
+    out << Err(errNoInput) << InpFile << L"\n";
+    return 1;
+  }
+  GetBegin();
+  if (blank.Load(1) == 0) {
+    std::wcout << Err(errTemplateLoad) << BlankFile << L".1" << std::endl;
+    out << Err(errTemplateLoad) << BlankFile << L".1" << L"\n";
+    return 1;
+  }
+
+  for (int first_continuation = GetRecord(); first_continuation != 0;
+       first_continuation = GetRecord()) {
+    blank.ClrCount();
+    int64_t previous_ost = 0;
+    for (;;) {
+      for (Line* line = blank.Next(0); line != nullptr; line = blank.Next(0)) {
+        out << line->ConvStr() << L"\n";
+        // A record ends as soon as nothing of it is left to print, even in
+        // the middle of a section: the next record carries on from there.
+        if (!TabRcdField.Exist()) {
+          break;
+        }
+      }
+      if (!TabRcdField.Exist()) {
+        break;
+      }
+      if (blank.Load(2) == 0) {
+        std::wcout << Err(errTemplateLoad) << BlankFile << L".2" << std::endl;
+        out << Err(errTemplateLoad) << BlankFile << L".2" << L"\n";
+        return 1;
+      }
+      const int64_t ost = TabRcdField.AllOst();
+      if (first_continuation != 0) {
+        first_continuation = 0;
+      } else if (ost == previous_ost) {
+        // A whole continuation sheet placed nothing and the next one would do
+        // the same: drop the rest of this record, say so in the document, and
+        // let the remaining records through.
+        out << Err(errNextCycle) << L"\n";
+        break;
+      }
+      previous_ost = ost;
+    }
+  }
+
+  WriteClosing(blank, out);
+  if (blank.Load(3) == 0) {
+    return 0;
+  }
+  WriteClosing(blank, out);
+  return 0;
+}

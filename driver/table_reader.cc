@@ -1,0 +1,275 @@
+// Reading the input table and the initial-parameters file into the field
+// tables of Tbl.
+#include <cstdint>
+#include <string>
+
+#include "driver/tbl.h"
+#include "format/field.h"
+#include "textio/input_file.h"
+
+namespace {
+
+// How a selector ("&N;" or "$N;") that began with its marker ended.
+enum class Selector {
+  kSelected,  // ";" followed the digits; the number is known
+  kText,      // something else followed: the marker and digits are text
+  kEnd,       // the input ended first
+};
+
+// The character source and selector scan shared by the three readers. A
+// character that ends the digits of a failed selector is held and handed
+// out again by the next Next(), so that it is treated like any other.
+class Scan {
+ public:
+  Scan(InputFile& in, FieldTab& tab, wchar_t marker)
+      : m_In(in), m_Tab(tab), m_Marker(marker) {}
+
+  // The next character to handle; false at the end of the input.
+  bool Next(wchar_t& ch) {
+    if (m_Held) {
+      m_Held = false;
+      ch = m_HeldCh;
+      return true;
+    }
+    return m_In.Get(ch);
+  }
+
+  // Reads the rest of a selector whose marker was just taken. With store
+  // the marker and digits go into the current field as they are read, so
+  // that a malformed selector stays behind as text, and are taken out
+  // again when ";" shows it was a selector after all. A repeated marker
+  // starts a new selector.
+  Selector Read(bool store, long& n) {
+    for (;;) {
+      if (store) {
+        m_Tab.SavPosPut();
+        m_Tab.PutSym(m_Marker);
+      }
+      // Unsigned, so that an endless run of digits wraps instead of
+      // overflowing; the number then keeps the low 64 bits.
+      uint64_t acc = 0;
+      wchar_t ch;
+      for (;;) {
+        if (!m_In.Get(ch))
+          return Selector::kEnd;
+        if (ch < L'0' || ch > L'9')
+          break;
+        if (store)
+          m_Tab.PutSym(ch);
+        acc = acc * 10u + static_cast<uint64_t>(ch - L'0');
+      }
+      if (ch == L';') {
+        if (store)
+          m_Tab.GoPosPut();
+        n = static_cast<long>(acc);
+        return Selector::kSelected;
+      }
+      if (ch != m_Marker) {
+        m_Held = true;
+        m_HeldCh = ch;
+        return Selector::kText;
+      }
+    }
+  }
+
+ private:
+  InputFile& m_In;
+  FieldTab& m_Tab;
+  const wchar_t m_Marker;
+  bool m_Held = false;
+  wchar_t m_HeldCh = 0;
+};
+
+// Reads one initial-parameters file into the header table. Only fields the
+// header lacks are filled: the input table always wins, so text after the
+// selector of a field that exists already is skipped.
+void ReadParameters(InputFile& file) {
+  FieldTab& tab = Tbl::TabHdrField;
+  tab.SetCurrent(0);
+  bool collecting = false;
+  Scan scan(file, tab, L'&');
+  wchar_t ch;
+  while (scan.Next(ch)) {
+    if (ch == L'&') {
+      long n = 0;
+      Selector end = scan.Read(collecting, n);
+      if (end == Selector::kEnd)
+        break;
+      if (end == Selector::kSelected) {
+        if (tab.InsertField(n)) {
+          tab.SetCurrent(n);
+          tab.InsSeparator();
+          collecting = true;
+        } else {
+          collecting = false;
+        }
+      }
+    } else if (ch == L'\n') {
+      if (collecting) {
+        tab.DelEndBlankField();
+        tab.PutSym(L' ');
+      }
+    } else if (collecting) {
+      tab.PutSym(ch);
+    }
+  }
+  tab.DelEndBlank();
+}
+
+}  // namespace
+
+bool Tbl::GetHider() {
+  Open(InpFile.c_str());
+  if (!IsOpen())
+    return false;
+  FieldTab& tab = TabHdrField;
+  tab.Clear();
+  // Text before the first selector belongs to field 0 when the header
+  // table has one; otherwise there is no current field and it is dropped.
+  tab.SetCurrent(0);
+  bool line_start = true;
+  Scan scan(*this, tab, L'&');
+  wchar_t ch;
+  while (scan.Next(ch)) {
+    switch (ch) {
+      case L'&': {
+        long n = 0;
+        Selector end = scan.Read(true, n);
+        line_start = false;
+        if (end == Selector::kEnd) {
+          tab.DelEndBlank();
+          return true;
+        }
+        if (end == Selector::kSelected) {
+          // A repeated number selects the existing field, whose next value
+          // then follows a separator.
+          tab.InsertField(n);
+          tab.SetCurrent(n);
+          tab.InsSeparator();
+        }
+        break;
+      }
+      case L'\n':
+        tab.DelEndBlankField();
+        tab.PutSym(L' ');
+        line_start = true;
+        break;
+      case L'\\':
+        if (!scan.Next(ch)) {
+          tab.DelEndBlank();
+          return true;
+        }
+        tab.PutSym(ch);
+        line_start = false;
+        break;
+      case L'$':
+      case L'>':
+      case L'@':
+        if (line_start) {
+          // The first record (or page mark) begins here; the record reader
+          // takes this character first.
+          PutBack(ch);
+          tab.DelEndBlank();
+          return true;
+        }
+        tab.PutSym(ch);
+        break;
+      default:
+        tab.PutSym(ch);
+        line_start = false;
+        break;
+    }
+  }
+  // A table without records is complete as it is.
+  tab.DelEndBlank();
+  return true;
+}
+
+void Tbl::GetBegin() {
+  if (BegParam.empty())
+    return;
+  std::wstring list = PathBlank;
+  for (;;) {
+    std::wstring::size_type pos = list.find(L';');
+    if (pos == std::wstring::npos)
+      pos = list.size();
+    std::wstring dir = list.substr(0, pos);
+    // The ";" stays at the head of what is left, so a list with two or
+    // more directories never gets past its first one: the empty piece in
+    // front of the ";" is tried over and over. Scripts that pass a single
+    // directory (or none) are what the program has always been run with,
+    // and that case is tried once.
+    list.erase(0, pos);
+    if (!dir.empty() && dir.back() != L'/')
+      dir.push_back(L'/');
+    std::wstring name = dir + BegParam;
+    {
+      InputFile file;
+      if (file.Open(name.c_str()))
+        ReadParameters(file);
+    }
+    if (list.empty())
+      return;
+  }
+}
+
+int Tbl::GetRecord() {
+  FirstOst = 0;
+  FieldTab& tab = TabRcdField;
+  // The fields themselves were made by the template; only their values go.
+  tab.Clear();
+  tab.SetCurrent(0);
+  bool line_start = true;
+  Scan scan(*this, tab, L'$');
+  wchar_t ch;
+  while (scan.Next(ch)) {
+    switch (ch) {
+      case L'$': {
+        long n = 0;
+        Selector end = scan.Read(true, n);
+        line_start = false;
+        if (end == Selector::kEnd)
+          return 0;
+        if (end == Selector::kSelected) {
+          // No field is made here: text for a field the template does not
+          // use has nowhere to go and is dropped up to the next selector.
+          tab.SetCurrent(n);
+          tab.InsSeparator();
+        }
+        break;
+      }
+      case L'\n':
+        tab.DelEndBlankField();
+        tab.PutSym(L' ');
+        line_start = true;
+        break;
+      case L'@':
+        // The rest of this line starts the next record.
+        tab.DelEndBlank();
+        FirstOst = tab.AllOst();
+        return 1;
+      case L'\\':
+        if (!scan.Next(ch))
+          return 0;
+        tab.PutSym(ch);
+        line_start = false;
+        break;
+      case L'>':
+        if (line_start) {
+          // Wraps rather than overflows on absurdly many page marks.
+          totBreak = static_cast<int32_t>(static_cast<uint32_t>(totBreak) + 1u);
+          line_start = false;
+          break;
+        }
+        tab.PutSym(ch);
+        break;
+      default:
+        tab.PutSym(ch);
+        line_start = false;
+        break;
+    }
+  }
+  // An unfinished last record is not counted, but its text stays in the
+  // table for the closing output.
+  return 0;
+}

@@ -1,0 +1,23 @@
+#include "driver/tbl.h"
+
+#include "textio/output_file.h"
+
+std::wstring Tbl::BlankFile;
+std::wstring Tbl::BegParam;
+std::wstring Tbl::InpFile = L"NULL";
+// A copy of the characters, not the shared constant: the output file picks
+// standard output only for that very pointer, so without -O the document
+// is an ordinary file named CON, which existing scripts collect by that
+// name. kConName is a constant-initialised array, so it is ready before
+// this copy is made whatever the order of the start-up code.
+std::wstring Tbl::OutFile = kConName;
+std::wstring Tbl::PathBlank;
+FieldTab Tbl::TabHdrField;
+FieldTab Tbl::TabRcdField;
+// Add and WinMes are never changed or read by the run; they stay because
+// they belong to the published state of the class.
+int32_t Tbl::Add = 0;
+int32_t Tbl::CountList = 0;
+int32_t Tbl::WinMes = 0;
+int32_t Tbl::totBreak = 0;
+int64_t Tbl::FirstOst = 0;

@@ -1,0 +1,167 @@
+// Line iteration over a loaded section: labels skipped, blocks repeated,
+// jumps taken or refused, runaway loops stopped.
+#include <cstdint>
+#include <iostream>
+#include <string>
+
+#include "driver/tbl.h"
+#include "format/field.h"
+#include "template/blank.h"
+#include "textio/output_file.h"
+
+namespace {
+
+// Writes message n, which stands alone, on standard output and into the
+// document.
+void Report(OutputFile& out, Tbl::numErr n) {
+  const std::wstring text = Tbl::Err(n);
+  std::wcout << text << std::endl;
+  out << text << L"\n";
+}
+
+// Whether a conditional jump is taken. With "^" a single field jumps once
+// it is used up, while field 0 of the record table jumps once anything of
+// the record has been printed: the two tests differ in kind, and templates
+// are written against both.
+bool ConditionHolds(const Line& jump) {
+  const bool record = jump.inRecord == 1;
+  FieldTab& tab = record ? Tbl::TabRcdField : Tbl::TabHdrField;
+  bool untouched_or_left;
+  if (record && jump.field == 0) {
+    untouched_or_left = tab.AllOst() == Tbl::FirstOst;
+  } else {
+    untouched_or_left = tab.ExistOst(jump.field);
+  }
+  if (jump.cond == 1) {
+    return !untouched_or_left;
+  }
+  if (jump.cond == 2) {
+    return untouched_or_left;
+  }
+  return false;
+}
+
+}  // namespace
+
+Line* Blank::Next(int mode) {
+  int c = m_Current;
+  if (c >= 0 && c < m_Count) {
+    Line& last = m_Lines[c];
+    if (last.kind == Line::Text && last.repeats > 0) {
+      // A pending page mark ends the block here, so that the page can
+      // break; the mark is used up by it.
+      if (Tbl::totBreak < 1) {
+        --last.repeats;
+        c = static_cast<int>(last.link - 1);
+      } else {
+        --Tbl::totBreak;
+        last.repeats = 0;
+      }
+    }
+  }
+
+  const int start = c + 1;
+  m_Current = start;
+  if (start >= m_Count) {
+    return nullptr;
+  }
+  int i = start;
+  for (;;) {
+    Line& entry = m_Lines[i];
+    if (entry.kind == Line::Text) {
+      m_Current = i;
+      return &entry;
+    }
+
+    if (entry.kind == Line::Repeat) {
+      // The block is measured again on every arrival, so its repetition
+      // count starts afresh each time the iteration comes round to it.
+      const int first = i + 1;
+      int left = entry.blockLines;
+      int k = first;
+      for (; k < m_Count; ++k) {
+        if (m_Lines[k].kind == Line::Text && --left == 0) {
+          m_Lines[k].link = first;
+          m_Lines[k].repeats = static_cast<uint16_t>(entry.repeats - 1);
+          break;
+        }
+      }
+      if (k >= m_Count) {
+        Report(m_Out, Tbl::errRepeatBlock);
+      }
+      i = first;
+    } else if (entry.kind == Line::Jump) {
+      bool jump = false;
+      if (entry.cond == 0) {
+        // After the last record nothing may start the closing text over.
+        if (mode == 0 || entry.link > i) {
+          if (Tbl::totBreak < 1) {
+            jump = true;
+          } else {
+            --Tbl::totBreak;
+          }
+        }
+      } else {
+        jump = ConditionHolds(entry);
+      }
+
+      if (!jump) {
+        ++i;
+      } else if (entry.link < 0 || entry.link >= m_Count) {
+        // Only a section whose load failed keeps an unresolved label
+        // number here; there is nowhere to go in this section.
+        m_Current = m_Count;
+        return nullptr;
+      } else {
+        const int target = static_cast<int>(entry.link);
+        m_Current = target;
+        if (target > i) {
+          i = target;
+        } else {
+          const int64_t left =
+              Tbl::TabRcdField.AllOst() + Tbl::TabHdrField.AllOst();
+          Line& landing = m_Lines[target];
+          if (left <= 0) {
+            i = target;
+          } else if (landing.lastOst == left) {
+            // Nothing was printed since the last guarded pass: the loop
+            // would never end, so the jump is refused. The comparison is
+            // made on every second arrival only; templates that print on
+            // alternate passes depend on it.
+            ++i;
+            m_Current = i;
+            if (i < m_Count) {
+              m_Lines[i].lastOst = left;
+            }
+          } else if (landing.passes > 0) {
+            landing.passes = 0;
+            landing.lastOst = left;
+            i = target;
+          } else {
+            ++landing.passes;
+            landing.lastOst = left;
+            i = target;
+          }
+        }
+      }
+    } else {
+      ++i;
+    }
+
+    m_Current = i;
+    if (i == start) {
+      Report(m_Out, Tbl::errCyclicJump);
+      return nullptr;
+    }
+    if (i >= m_Count) {
+      return nullptr;
+    }
+  }
+}
+
+void Blank::ClrCount() {
+  for (int k = 0; k < m_Count; ++k) {
+    m_Lines[k].passes = 0;
+    m_Lines[k].lastOst = 0;
+  }
+}

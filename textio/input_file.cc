@@ -1,0 +1,120 @@
+#include "textio/input_file.h"
+
+#include <stdio.h>
+
+#include <string>
+
+#include "textio/utf8.h"
+
+InputFile::InputFile(wchar_t const* name)
+    : m_Stream(nullptr), m_Back(0), m_IsBack(false) {
+  if (name != nullptr) {
+    // A failed open shows as a false result at the first read.
+    static_cast<void>(Open(name));
+  }
+}
+
+InputFile::~InputFile() {
+  if (m_Stream != nullptr) {
+    fclose(m_Stream);
+  }
+}
+
+bool InputFile::Open(wchar_t const* name) {
+  const std::string path = ToUtf8(std::wstring(name));
+  // The template reader opens each section through the same object; the
+  // handle it held before is left open on purpose rather than closed under
+  // a reader that may still hold positions in it. A pending pushed-back
+  // character survives as well and is delivered first.
+  m_Stream = fopen(path.c_str(), "rb");
+  if (m_Stream != nullptr) {
+    fseek(m_Stream, 0, SEEK_SET);
+  }
+  return m_Stream != nullptr;
+}
+
+bool InputFile::Decode(wchar_t& ch) {
+  if (m_Stream == nullptr) return false;
+  // The program has one thread, so the stream's lock buys nothing and
+  // costs a lot on a byte-at-a-time reader.
+  const int b0 = getc_unlocked(m_Stream);
+  if (b0 == EOF) return false;
+  if (b0 < 0x80) {
+    ch = static_cast<wchar_t>(b0);
+    return true;
+  }
+  int more;
+  unsigned value;
+  if ((b0 & 0xE0) == 0xC0) {
+    more = 1;
+    value = b0 & 0x1F;
+  } else if ((b0 & 0xF0) == 0xE0) {
+    more = 2;
+    value = b0 & 0x0F;
+  } else if ((b0 & 0xF8) == 0xF0) {
+    more = 3;
+    value = b0 & 0x07;
+  } else {
+    // Consumed; the next read starts with the byte after it.
+    return false;
+  }
+  // Continuation bytes are taken by their low six bits without a check:
+  // templates and tables written by old tools carry overlong forms and
+  // stray values, and they must come through as they are.
+  while (more-- > 0) {
+    const int b = getc_unlocked(m_Stream);
+    if (b == EOF) return false;
+    value = (value << 6) | (static_cast<unsigned>(b) & 0x3F);
+  }
+  ch = static_cast<wchar_t>(value);
+  return true;
+}
+
+bool InputFile::Get(wchar_t& ch) {
+  if (m_IsBack) {
+    m_IsBack = false;
+    ch = m_Back;
+    return true;
+  }
+  return Decode(ch);
+}
+
+void InputFile::PutBack(wchar_t ch) {
+  m_Back = ch;
+  m_IsBack = true;
+}
+
+bool InputFile::GetLine(wchar_t* buf, int max) {
+  buf[0] = 0;
+  int n = 0;
+  for (;;) {
+    wchar_t ch;
+    if (m_IsBack) {
+      m_IsBack = false;
+      ch = m_Back;
+    } else if (!Decode(ch)) {
+      return n != 0;
+    }
+    // Files edited on other systems end their lines with CR LF; a carriage
+    // return is never wanted in a template line, wherever it stands.
+    if (ch == L'\r') continue;
+    if (n > max) {
+      // The character that does not fit is dropped, and the rest of the
+      // long line is left for the next call: old templates were laid out
+      // around exactly this cut.
+      return true;
+    }
+    buf[n] = ch;
+    buf[n + 1] = 0;
+    ++n;
+    if (ch == L'\n') return true;
+  }
+}
+
+void InputFile::SetFilePointer(long pos) {
+  // Positions come from GetFilePointer on the same file; a failed seek
+  // shows as a wrong or missing line at the next read.
+  static_cast<void>(fseek(m_Stream, pos, SEEK_SET));
+}
+
+long InputFile::GetFilePointer() { return ftell(m_Stream); }

@@ -1,0 +1,95 @@
+#include "textio/output_file.h"
+
+#include <stdio.h>
+
+#include <iostream>
+#include <stdexcept>
+#include <string>
+
+#include "textio/utf8.h"
+
+wchar_t const kConName[] = L"CON";
+
+namespace {
+
+// Every line of the document passes through here; one buffer kept for the
+// whole run spares an allocation per write.
+std::string& Scratch() {
+  static std::string bytes;
+  return bytes;
+}
+
+}  // namespace
+
+OutputFile::OutputFile(wchar_t const* name, bool append)
+    : m_Stream(nullptr), m_Console(false) {
+  // Only this very pointer selects the console. The run's output-name
+  // setting holds its own copy of "CON", so without -O the document goes to
+  // a file named CON: existing scripts collect it under that name.
+  if (name == kConName) {
+    m_Console = true;
+    return;
+  }
+  const std::string path = ToUtf8(std::wstring(name));
+  // "wb" first and the seek second: append has always started the document
+  // afresh, and the scripts around the program expect a file holding one
+  // run only.
+  m_Stream = fopen(path.c_str(), "wb");
+  if (m_Stream != nullptr && append) {
+    fseek(m_Stream, 0, SEEK_END);
+  }
+}
+
+OutputFile::~OutputFile() {
+  if (m_Stream != nullptr) {
+    fclose(m_Stream);
+  }
+}
+
+void OutputFile::Write(const wchar_t* text, size_t len) {
+  std::string& bytes = Scratch();
+  bytes.clear();
+  // Converted before the target is looked at, so an unconvertible
+  // character is refused on every kind of output alike.
+  AppendUtf8(text, len, bytes);
+  if (bytes.empty()) return;
+  if (m_Console) {
+    std::cout.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  } else if (m_Stream != nullptr) {
+    // A full disk is not detected; the document is as complete as the
+    // device allowed.
+    static_cast<void>(fwrite(bytes.data(), 1, bytes.size(), m_Stream));
+  }
+}
+
+OutputFile& OutputFile::operator<<(std::wstring const& text) {
+  Write(text.data(), text.size());
+  return *this;
+}
+
+OutputFile& OutputFile::operator<<(wchar_t const* text) {
+  if (text == nullptr) {
+    throw std::logic_error("basic_string: construction from null is not valid");
+  }
+  Write(text, std::char_traits<wchar_t>::length(text));
+  return *this;
+}
+
+OutputFile& OutputFile::operator<<(long value) {
+  // Unsigned arithmetic, so the smallest long has a magnitude too.
+  unsigned long magnitude = value < 0 ? 0UL - static_cast<unsigned long>(value)
+                                      : static_cast<unsigned long>(value);
+  char digits[24];
+  char* end = digits + sizeof(digits);
+  char* p = end;
+  do {
+    *--p = static_cast<char>('0' + magnitude % 10);
+    magnitude /= 10;
+  } while (magnitude != 0);
+  if (value < 0) *--p = '-';
+  wchar_t wide[24];
+  size_t len = 0;
+  for (; p != end; ++p) wide[len++] = static_cast<wchar_t>(*p);
+  Write(wide, len);
+  return *this;
+}

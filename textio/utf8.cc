@@ -1,0 +1,115 @@
+#include "textio/utf8.h"
+
+#include <cstdint>
+#include <stdexcept>
+
+namespace {
+
+constexpr uint32_t kMaxCodePoint = 0x10FFFF;
+
+// Decodes the sequence at bytes[i..n). Returns the sequence length, 0 when
+// the bytes end inside it, and throws on a sequence that is not allowed.
+// The whole length is checked for availability before any byte after the
+// lead is looked at: a cut sequence at the end therefore ends the text
+// quietly even when its bytes would be invalid, which is how the facet that
+// earlier builds used reads a truncated catalogue text.
+size_t DecodeOne(const unsigned char* bytes, size_t i, size_t n,
+                 wchar_t& out) {
+  const size_t avail = n - i;
+  const uint32_t c1 = bytes[i];
+  uint32_t c = 0;
+  size_t len = 0;
+  bool valid = true;
+  if (c1 < 0x80) {
+    c = c1;
+    len = 1;
+  } else if (c1 < 0xC2) {
+    // A continuation byte, or the lead of an overlong two-byte form.
+    valid = false;
+  } else if (c1 < 0xE0) {
+    if (avail < 2) return 0;
+    const uint32_t c2 = bytes[i + 1];
+    valid = (c2 & 0xC0) == 0x80;
+    c = ((c1 & 0x1F) << 6) | (c2 & 0x3F);
+    len = 2;
+  } else if (c1 < 0xF0) {
+    if (avail < 3) return 0;
+    const uint32_t c2 = bytes[i + 1];
+    const uint32_t c3 = bytes[i + 2];
+    valid = (c2 & 0xC0) == 0x80 && !(c1 == 0xE0 && c2 < 0xA0) &&
+            (c3 & 0xC0) == 0x80;
+    c = ((c1 & 0x0F) << 12) | ((c2 & 0x3F) << 6) | (c3 & 0x3F);
+    len = 3;
+  } else if (c1 < 0xF5) {
+    if (avail < 4) return 0;
+    const uint32_t c2 = bytes[i + 1];
+    const uint32_t c3 = bytes[i + 2];
+    const uint32_t c4 = bytes[i + 3];
+    valid = (c2 & 0xC0) == 0x80 && !(c1 == 0xF0 && c2 < 0x90) &&
+            !(c1 == 0xF4 && c2 >= 0x90) && (c3 & 0xC0) == 0x80 &&
+            (c4 & 0xC0) == 0x80;
+    c = ((c1 & 0x07) << 18) | ((c2 & 0x3F) << 12) | ((c3 & 0x3F) << 6) |
+        (c4 & 0x3F);
+    len = 4;
+  } else {
+    valid = false;
+  }
+  if (!valid || c > kMaxCodePoint) {
+    throw std::range_error("wstring_convert::from_bytes");
+  }
+  out = static_cast<wchar_t>(c);
+  return len;
+}
+
+}  // namespace
+
+void AppendUtf8(const wchar_t* text, size_t len, std::string& out) {
+  out.reserve(out.size() + len);
+  for (size_t i = 0; i < len; ++i) {
+    // wchar_t is signed: a negative value becomes a huge one here and is
+    // refused with the values above the Unicode range.
+    const uint32_t c = static_cast<uint32_t>(text[i]);
+    if (c < 0x80) {
+      out.push_back(static_cast<char>(c));
+    } else if (c < 0x800) {
+      const char seq[2] = {static_cast<char>(0xC0 | (c >> 6)),
+                           static_cast<char>(0x80 | (c & 0x3F))};
+      out.append(seq, 2);
+    } else if (c < 0x10000) {
+      // Surrogate code points go out like any other three-byte value.
+      const char seq[3] = {static_cast<char>(0xE0 | (c >> 12)),
+                           static_cast<char>(0x80 | ((c >> 6) & 0x3F)),
+                           static_cast<char>(0x80 | (c & 0x3F))};
+      out.append(seq, 3);
+    } else if (c <= kMaxCodePoint) {
+      const char seq[4] = {static_cast<char>(0xF0 | (c >> 18)),
+                           static_cast<char>(0x80 | ((c >> 12) & 0x3F)),
+                           static_cast<char>(0x80 | ((c >> 6) & 0x3F)),
+                           static_cast<char>(0x80 | (c & 0x3F))};
+      out.append(seq, 4);
+    } else {
+      throw std::range_error("wstring_convert::to_bytes");
+    }
+  }
+}
+
+std::string ToUtf8(const std::wstring& text) {
+  std::string out;
+  AppendUtf8(text.data(), text.size(), out);
+  return out;
+}
+
+std::wstring FromUtf8(const std::string& bytes) {
+  std::wstring out;
+  const auto* data = reinterpret_cast<const unsigned char*>(bytes.data());
+  const size_t n = bytes.size();
+  size_t i = 0;
+  while (i < n) {
+    wchar_t c = 0;
+    const size_t used = DecodeOne(data, i, n, c);
+    if (used == 0) break;
+    out.push_back(c);
+    i += used;
+  }
+  return out;
+}
