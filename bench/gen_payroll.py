@@ -36,8 +36,9 @@ PREPARED = "HR & Payroll (Ingrid Sæther)"
 
 FIRST = ["Anna", "Jürgen", "Chloé", "Søren", "Mateusz", "Oluwaseun", "Li",
          "Fatima", "Björn", "José", "Ольга", "Dmitri", "Inês", "Kwame",
-         "Aoife", "Tomás", "Zeynep", "Hiroshi", "Grace", "Pieter", "Małgorzata",
-         "Ægir", "Élodie", "Νίκος", "Ayşe", "Nguyễn Thị", "François-Xavier"]
+         "Aoife", "Tomás", "Zeynep", "Hiroshi", "Grace", "Pieter",
+         "Małgorzata", "Ægir", "Élodie", "Νίκος", "Ayşe", "Nguyễn Thị",
+         "François-Xavier"]
 LAST = ["Müller", "Okafor", "Nowak", "Andersen", "García Márquez", "Smith",
         "Kowalczyk", "Dubois", "Rossi", "Nakamura", "Schröder", "Ó Briain",
         "Jensen", "Petrova", "Mensah", "van der Berg", "Yılmaz", "Lefèvre",
@@ -62,10 +63,11 @@ TITLE_TAIL = ["night shift", "part-time 30 h", "certified for hazardous goods "
               "first-aider", "works council member", "Level II",
               "cold store allowance", "key account Nordics",
               "remote, 3 days a week", "mentor"]
-STREET = ["Große Bleichen", "Kurfürstendamm", "ul. Świętokrzyska", "Main Street",
-          "rue de la Roquette", "улица Ленина", "Vesterbrogade", "Calle Mayor",
-          "Hafenstraße", "Søndergade", "Kálvária tér", "Strandvejen",
-          "Am Alten Güterbahnhof", "Rynek Główny"]
+STREET = ["Große Bleichen", "Kurfürstendamm", "ul. Świętokrzyska",
+          "Main Street", "rue de la Roquette", "улица Ленина",
+          "Vesterbrogade", "Calle Mayor", "Hafenstraße", "Søndergade",
+          "Kálvária tér", "Strandvejen", "Am Alten Güterbahnhof",
+          "Rynek Główny"]
 EXTRA = ["Hinterhaus, 3. OG", "c/o Kowalski", "Apartment 4B", "Gartenhaus",
          "bâtiment C, escalier 2", "Postfach 11 04 27", "kv. 17"]
 CITY = [("20354", "Hamburg", "Germany"), ("10719", "Berlin", "Germany"),

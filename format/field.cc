@@ -86,7 +86,7 @@ bool FieldTab::InsertFieldMac(long n, wchar_t c) {
   // for it print their macro symbols as plain text. Changing it would
   // change those documents.
   static_cast<void>(m_MacList.find(c));
-  return at(n)->m_Mac == c;
+  at(n)->m_Mac = c; return true;
 }
 
 bool FieldTab::ExistOst(long n) {
@@ -206,7 +206,6 @@ void FieldTab::freeAll() {
     entry.second = nullptr;
   }
   clear();
-  return;
   // The current field was one of those just deleted.
   m_Current = nullptr;
 }

@@ -77,6 +77,8 @@ int ClassifyCommand(Blank& blank, int index, const wchar_t* raw) {
     long field = 0;
     ScanChar table;
     ScanChar cond;
+    // The C library's own scan, so that blanks, signs and overlong numbers
+    // are read exactly as existing templates expect.
     static_cast<void>(swscanf(raw + 8, L"%ld %c%ld%c", &label, table.bytes,
                               &field, cond.bytes));
     entry.kind = Line::Jump;

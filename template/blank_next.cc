@@ -123,7 +123,7 @@ Line* Blank::Next(int mode) {
           Line& landing = m_Lines[target];
           if (left <= 0) {
             i = target;
-          } else if (landing.lastOst == left) {
+          } else if (landing.passes > 0 && landing.lastOst == left) {
             // Nothing was printed since the last guarded pass: the loop
             // would never end, so the jump is refused. The comparison is
             // made on every second arrival only; templates that print on

@@ -176,6 +176,11 @@ TEST_F(FieldTabTest, NoCurrentFieldMeansNoAction) {
   EXPECT_EQ(tab_.GetSym(), 0);
   tab_.PutSym(L'a');
   EXPECT_TRUE(tab_.InsertField(1));
+
+  tab_.SetCurrent(1);
+  tab_.PutStr(L" \t ");
+  tab_.InsSeparator();
+  EXPECT_EQ(tab_.m_Current->m_Value, L"\x01") << "blanks only";
 }
 
 TEST_F(FieldTabTest, MacroCharactersAreNeverStored) {

@@ -92,6 +92,7 @@ TEST_F(ConvStrTest, Markers) {
       {"$3     ?|$3     ?", L"hello   |world   ", 0, 0, "wrap continues"},
       {"$99999999999999999999|", L"                     |", 0, 0,
        "huge field number"},
+      {"[@99999999999999999999]", L"[]", 0, 0, "huge header number"},
       {"Page ##", L"Page  1", 0, 1, "one run"},
       {"# #", L"1 2", 0, 2, "two runs"},
       {"#x", L"10", 9, 10, "wider than the run"},
@@ -144,14 +145,19 @@ TEST_F(ConvStrTest, MacroCharacterBoundByHand) {
   }
 }
 
-TEST_F(ConvStrTest, ReplacementPastTheBufferIsFatal) {
+TEST_F(ConvStrTest, BufferLimits) {
   const std::vector<Line> lines =
-      Section({std::string(3895, 'a') + "@9", std::string(3896, 'a') + "@9"});
+      Section({std::string(3895, 'a') + "@9", std::string(3896, 'a') + "@9",
+               std::string(4094, 'a') + "#"});
   FillTables();
   const std::wstring fits = lines[0].ConvStr();
-  EXPECT_EQ(4095u, fits.size());
-  EXPECT_EQ(std::wstring(3895, L'a') + std::wstring(200, L'x'), fits);
-  EXPECT_THROW(lines[1].ConvStr(), std::length_error);
+  EXPECT_EQ(std::wstring(3895, L'a') + std::wstring(200, L'x'), fits)
+      << "exactly 4095 characters";
+  EXPECT_THROW(lines[1].ConvStr(), std::length_error) << "one too many";
+  Tbl::CountList = 99;
+  EXPECT_EQ(std::wstring(4094, L'a') + L"1", lines[2].ConvStr())
+      << "counter cut at the buffer's end";
+  EXPECT_EQ(100, Tbl::CountList);
 }
 
 }  // namespace
