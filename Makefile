@@ -36,7 +36,7 @@ fuzz:
 	CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 	  -DFORMFILL_FUZZ=ON -DFORMFILL_TESTS=OFF
 	cmake --build $(FUZZ_BUILD) -j$(JOBS)
-	tests/fuzz/run-fuzz $(FUZZ_BUILD) $(FUZZ_SECONDS)
+	fuzz/run-fuzz $(FUZZ_BUILD) $(FUZZ_SECONDS)
 
 # Times a release build on generated payroll registers (10k, 100k and 1M
 # records, a few minutes), then the shared kit at 100k for the ratio to Perl.

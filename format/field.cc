@@ -14,8 +14,7 @@ Field::Field(long number)
     : m_Read(0), m_SavePut(0), m_Number(number), m_Mac(0) {}
 
 uint64_t Field::LenToEnd() const {
-  return static_cast<uint64_t>(m_Value.size()) -
-         static_cast<uint64_t>(m_Read);
+  return static_cast<uint64_t>(m_Value.size()) - static_cast<uint64_t>(m_Read);
 }
 
 int Field::Ostatok() const {
@@ -44,7 +43,8 @@ wchar_t Field::GetSym() {
 }
 
 void Field::ReturnSym() {
-  if (m_Read > 0) --m_Read;
+  if (m_Read > 0)
+    --m_Read;
 }
 
 void Field::DelSeparator() {
@@ -67,10 +67,13 @@ void Field::TrimRight() {
 
 FieldTab::FieldTab() : m_Current(nullptr) {}
 
-FieldTab::~FieldTab() { freeAll(); }
+FieldTab::~FieldTab() {
+  freeAll();
+}
 
 bool FieldTab::InsertField(long n) {
-  if (count(n) != 0) return false;
+  if (count(n) != 0)
+    return false;
   auto field = std::make_unique<Field>(n);
   emplace(n, field.get());
   field.release();
@@ -86,11 +89,12 @@ bool FieldTab::InsertFieldMac(long n, wchar_t c) {
   // for it print their macro symbols as plain text. Changing it would
   // change those documents.
   static_cast<void>(m_MacList.find(c));
-  at(n)->m_Mac = c; return true;
+  return at(n)->m_Mac == c;
 }
 
 bool FieldTab::ExistOst(long n) {
-  if (count(n) == 0) return false;
+  if (count(n) == 0)
+    return false;
   return at(n)->Exist();
 }
 
@@ -119,7 +123,8 @@ wchar_t FieldTab::GetSym() {
 }
 
 void FieldTab::ReturnSym() {
-  if (m_Current != nullptr) m_Current->ReturnSym();
+  if (m_Current != nullptr)
+    m_Current->ReturnSym();
 }
 
 int FieldTab::Ostatok() {
@@ -127,15 +132,18 @@ int FieldTab::Ostatok() {
 }
 
 void FieldTab::PutSym(wchar_t c) {
-  if (m_Current != nullptr) m_Current->PutSym(c);
+  if (m_Current != nullptr)
+    m_Current->PutSym(c);
 }
 
 void FieldTab::PutStr(const wchar_t* s) {
-  if (m_Current != nullptr) m_Current->PutStr(s);
+  if (m_Current != nullptr)
+    m_Current->PutStr(s);
 }
 
 void FieldTab::InsSeparator() {
-  if (m_Current == nullptr || m_Current->m_Value.empty()) return;
+  if (m_Current == nullptr || m_Current->m_Value.empty())
+    return;
   // A value of blanks only still gets its separator, so that the values
   // after it keep their places.
   m_Current->TrimRight();
@@ -143,52 +151,63 @@ void FieldTab::InsSeparator() {
 }
 
 void FieldTab::DelSeparator() {
-  if (m_Current != nullptr) m_Current->DelSeparator();
+  if (m_Current != nullptr)
+    m_Current->DelSeparator();
 }
 
 void FieldTab::SavPosPut() {
-  if (m_Current != nullptr) m_Current->SavPosPut();
+  if (m_Current != nullptr)
+    m_Current->SavPosPut();
 }
 
 void FieldTab::GoPosPut() {
-  if (m_Current != nullptr) m_Current->GoPosPut();
+  if (m_Current != nullptr)
+    m_Current->GoPosPut();
 }
 
 void FieldTab::ClearField() {
-  if (m_Current != nullptr) m_Current->Clear();
+  if (m_Current != nullptr)
+    m_Current->Clear();
 }
 
 void FieldTab::DelEndBlankField() {
-  if (m_Current != nullptr) m_Current->TrimRight();
+  if (m_Current != nullptr)
+    m_Current->TrimRight();
 }
 
 bool FieldTab::Exist() {
   for (auto& entry : *this) {
-    if (entry.second->Exist()) return true;
+    if (entry.second->Exist())
+      return true;
   }
   return false;
 }
 
 void FieldTab::Clear() {
-  for (auto& entry : *this) entry.second->Clear();
+  for (auto& entry : *this)
+    entry.second->Clear();
 }
 
 void FieldTab::First() {
-  for (auto& entry : *this) entry.second->First();
+  for (auto& entry : *this)
+    entry.second->First();
 }
 
 void FieldTab::First(long n) {
-  if (count(n) != 0) at(n)->First();
+  if (count(n) != 0)
+    at(n)->First();
 }
 
 std::wstring FieldTab::FirstValue(long n) {
-  if (count(n) == 0) return std::wstring();
+  if (count(n) == 0)
+    return std::wstring();
   const std::wstring& value = at(n)->m_Value;
   return value.substr(0, value.find(kValueSeparator));
 }
 
 void FieldTab::DelEndBlank() {
-  for (auto& entry : *this) entry.second->TrimRight();
+  for (auto& entry : *this)
+    entry.second->TrimRight();
 }
 
 int64_t FieldTab::AllOst() {

@@ -14,7 +14,8 @@ void _wsplitpath(std::wstring const& path, std::wstring& dir,
   // Template names may still be written with backslashes.
   std::wstring copy = path;
   for (wchar_t& c : copy) {
-    if (c == L'\\') c = L'/';
+    if (c == L'\\')
+      c = L'/';
   }
   std::wstring rest;
   const size_t slash = copy.rfind(L'/');
@@ -54,7 +55,8 @@ std::wstring GetCurrentTimeString(char const* format) {
 }
 
 DBString::DBString(char const* text) {
-  if (text == nullptr) return;
+  if (text == nullptr)
+    return;
   try {
     assign(FromUtf8(text));
   } catch (...) {

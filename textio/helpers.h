@@ -17,8 +17,9 @@ std::wstring GetCurrentTimeString(char const* format);
 // The wide string in which the message catalogue returns its texts.
 class DBString : public std::wstring {
  public:
-  // Decodes the zero-terminated UTF-8 text; null gives an empty string and
-  // bytes that are not valid UTF-8 give "?utf-32?". Never throws.
+  // Decodes the zero-terminated UTF-8 text as FromUtf8 does; null gives an
+  // empty string and bytes that FromUtf8 refuses give "?utf-32?" for the
+  // whole text. Never throws.
   explicit DBString(char const* text);
 };
 

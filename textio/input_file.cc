@@ -22,9 +22,10 @@ InputFile::~InputFile() {
 
 bool InputFile::Open(wchar_t const* name) {
   const std::string path = ToUtf8(std::wstring(name));
-  // The template reader opens each section through the same object; the
-  // handle it held before is left open on purpose rather than closed under
-  // a reader that may still hold positions in it. A pending pushed-back
+  // The template reader opens its sections one after another through this
+  // object. The handle held before is replaced, not closed: it stays open
+  // until the process ends, which costs one descriptor per section and
+  // never pulls a stream from under a caller. A pending pushed-back
   // character survives as well and is delivered first.
   m_Stream = fopen(path.c_str(), "rb");
   if (m_Stream != nullptr) {
@@ -34,11 +35,13 @@ bool InputFile::Open(wchar_t const* name) {
 }
 
 bool InputFile::Decode(wchar_t& ch) {
-  if (m_Stream == nullptr) return false;
+  if (m_Stream == nullptr)
+    return false;
   // The program has one thread, so the stream's lock buys nothing and
   // costs a lot on a byte-at-a-time reader.
   const int b0 = getc_unlocked(m_Stream);
-  if (b0 == EOF) return false;
+  if (b0 == EOF)
+    return false;
   if (b0 < 0x80) {
     ch = static_cast<wchar_t>(b0);
     return true;
@@ -63,7 +66,8 @@ bool InputFile::Decode(wchar_t& ch) {
   // stray values, and they must come through as they are.
   while (more-- > 0) {
     const int b = getc_unlocked(m_Stream);
-    if (b == EOF) return false;
+    if (b == EOF)
+      return false;
     value = (value << 6) | (static_cast<unsigned>(b) & 0x3F);
   }
   ch = static_cast<wchar_t>(value);
@@ -97,7 +101,8 @@ bool InputFile::GetLine(wchar_t* buf, int max) {
     }
     // Files edited on other systems end their lines with CR LF; a carriage
     // return is never wanted in a template line, wherever it stands.
-    if (ch == L'\r') continue;
+    if (ch == L'\r')
+      continue;
     if (n > max) {
       // The character that does not fit is dropped, and the rest of the
       // long line is left for the next call: old templates were laid out
@@ -107,7 +112,8 @@ bool InputFile::GetLine(wchar_t* buf, int max) {
     buf[n] = ch;
     buf[n + 1] = 0;
     ++n;
-    if (ch == L'\n') return true;
+    if (ch == L'\n')
+      return true;
   }
 }
 
@@ -117,4 +123,6 @@ void InputFile::SetFilePointer(long pos) {
   static_cast<void>(fseek(m_Stream, pos, SEEK_SET));
 }
 
-long InputFile::GetFilePointer() { return ftell(m_Stream); }
+long InputFile::GetFilePointer() {
+  return ftell(m_Stream);
+}

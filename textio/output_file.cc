@@ -52,7 +52,8 @@ void OutputFile::Write(const wchar_t* text, size_t len) {
   // Converted before the target is looked at, so an unconvertible
   // character is refused on every kind of output alike.
   AppendUtf8(text, len, bytes);
-  if (bytes.empty()) return;
+  if (bytes.empty())
+    return;
   if (m_Console) {
     std::cout.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
   } else if (m_Stream != nullptr) {
@@ -86,10 +87,12 @@ OutputFile& OutputFile::operator<<(long value) {
     *--p = static_cast<char>('0' + magnitude % 10);
     magnitude /= 10;
   } while (magnitude != 0);
-  if (value < 0) *--p = '-';
+  if (value < 0)
+    *--p = '-';
   wchar_t wide[24];
   size_t len = 0;
-  for (; p != end; ++p) wide[len++] = static_cast<wchar_t>(*p);
+  for (; p != end; ++p)
+    wide[len++] = static_cast<wchar_t>(*p);
   Write(wide, len);
   return *this;
 }

@@ -13,8 +13,7 @@ constexpr uint32_t kMaxCodePoint = 0x10FFFF;
 // lead is looked at: a cut sequence at the end therefore ends the text
 // quietly even when its bytes would be invalid, which is how the facet that
 // earlier builds used reads a truncated catalogue text.
-size_t DecodeOne(const unsigned char* bytes, size_t i, size_t n,
-                 wchar_t& out) {
+size_t DecodeOne(const unsigned char* bytes, size_t i, size_t n, wchar_t& out) {
   const size_t avail = n - i;
   const uint32_t c1 = bytes[i];
   uint32_t c = 0;
@@ -27,13 +26,15 @@ size_t DecodeOne(const unsigned char* bytes, size_t i, size_t n,
     // A continuation byte, or the lead of an overlong two-byte form.
     valid = false;
   } else if (c1 < 0xE0) {
-    if (avail < 2) return 0;
+    if (avail < 2)
+      return 0;
     const uint32_t c2 = bytes[i + 1];
     valid = (c2 & 0xC0) == 0x80;
     c = ((c1 & 0x1F) << 6) | (c2 & 0x3F);
     len = 2;
   } else if (c1 < 0xF0) {
-    if (avail < 3) return 0;
+    if (avail < 3)
+      return 0;
     const uint32_t c2 = bytes[i + 1];
     const uint32_t c3 = bytes[i + 2];
     valid = (c2 & 0xC0) == 0x80 && !(c1 == 0xE0 && c2 < 0xA0) &&
@@ -41,7 +42,8 @@ size_t DecodeOne(const unsigned char* bytes, size_t i, size_t n,
     c = ((c1 & 0x0F) << 12) | ((c2 & 0x3F) << 6) | (c3 & 0x3F);
     len = 3;
   } else if (c1 < 0xF5) {
-    if (avail < 4) return 0;
+    if (avail < 4)
+      return 0;
     const uint32_t c2 = bytes[i + 1];
     const uint32_t c3 = bytes[i + 2];
     const uint32_t c4 = bytes[i + 3];
@@ -107,7 +109,8 @@ std::wstring FromUtf8(const std::string& bytes) {
   while (i < n) {
     wchar_t c = 0;
     const size_t used = DecodeOne(data, i, n, c);
-    if (used == 0) break;
+    if (used == 0)
+      break;
     out.push_back(c);
     i += used;
   }

@@ -35,11 +35,21 @@ TEST(FieldTest, OstatokAndDelSeparatorMeasureOneValue) {
     int64_t read_after_del;
     const char* note;
   } cases[] = {
-      {L"ab\x01" L"cde", 0, 2, 0, "first value"},
-      {L"ab\x01" L"cde", 1, 1, 1, "inside the first value"},
-      {L"ab\x01" L"cde", 2, 0, 3, "on the separator"},
-      {L"ab\x01" L"cde", 3, 3, 3, "last value"},
-      {L"ab\x01" L"cde", 6, 0, 6, "at the end"},
+      {L"ab\x01"
+       L"cde",
+       0, 2, 0, "first value"},
+      {L"ab\x01"
+       L"cde",
+       1, 1, 1, "inside the first value"},
+      {L"ab\x01"
+       L"cde",
+       2, 0, 3, "on the separator"},
+      {L"ab\x01"
+       L"cde",
+       3, 3, 3, "last value"},
+      {L"ab\x01"
+       L"cde",
+       6, 0, 6, "at the end"},
       {L"", 0, 0, 0, "empty value"},
       {L"\x01\x01", 0, 0, 1, "two separators"},
   };
@@ -55,7 +65,10 @@ TEST(FieldTest, TrimRightAndGoPosPut) {
   const struct {
     std::wstring value, trimmed;
   } trims[] = {
-      {L"ab \t\r\n", L"ab"}, {L" \t", L""}, {L"a b", L"a b"}, {L"", L""},
+      {L"ab \t\r\n", L"ab"},
+      {L" \t", L""},
+      {L"a b", L"a b"},
+      {L"", L""},
   };
   for (const auto& c : trims) {
     Field f = MakeField(c.value, 0);

@@ -63,7 +63,8 @@ TEST(OutputFileTest, RefusesTextsItCannotWrite) {
   {
     OutputFile out(dir.WFile("out.txt").c_str(), false);
     out << L"ok";
-    for (wchar_t bad : {static_cast<wchar_t>(0x110000), static_cast<wchar_t>(-1)}) {
+    for (wchar_t bad :
+         {static_cast<wchar_t>(0x110000), static_cast<wchar_t>(-1)}) {
       try {
         out << std::wstring(1, bad);
         ADD_FAILURE() << "no throw for " << static_cast<long>(bad);

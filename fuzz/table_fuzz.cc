@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "driver/tbl.h"
-#include "tests/fuzz/fuzz_util.h"
+#include "fuzz/fuzz_util.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static const char kSplit[] = "\n%%\n";

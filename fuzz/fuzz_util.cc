@@ -1,4 +1,4 @@
-#include "tests/fuzz/fuzz_util.h"
+#include "fuzz/fuzz_util.h"
 
 #include <stdlib.h>
 

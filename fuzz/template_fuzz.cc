@@ -14,7 +14,7 @@
 #include "driver/tbl.h"
 #include "template/blank.h"
 #include "template/line.h"
-#include "tests/fuzz/fuzz_util.h"
+#include "fuzz/fuzz_util.h"
 #include "textio/output_file.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // Shared set-up of the fuzz harnesses: a private scratch directory and a
 // reset of the run's process-wide state between inputs.
-#ifndef FORMFILL_TESTS_FUZZ_FUZZ_UTIL_H_
-#define FORMFILL_TESTS_FUZZ_FUZZ_UTIL_H_
+#ifndef FORMFILL_FUZZ_FUZZ_UTIL_H_
+#define FORMFILL_FUZZ_FUZZ_UTIL_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -19,4 +19,4 @@ void ResetFuzzState();
 
 std::wstring WidenPath(const std::string& path);
 
-#endif  // FORMFILL_TESTS_FUZZ_FUZZ_UTIL_H_
+#endif  // FORMFILL_FUZZ_FUZZ_UTIL_H_

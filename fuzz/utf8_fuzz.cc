@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "tests/fuzz/fuzz_util.h"
+#include "fuzz/fuzz_util.h"
 #include "textio/input_file.h"
 #include "textio/output_file.h"
 #include "textio/utf8.h"
