@@ -1,5 +1,4 @@
-// Helpers shared by the unit tests: a private temporary directory per test
-// and a reset of the run's process-wide state.
+// Helpers shared by the tests.
 #ifndef FORMFILL_TESTS_TEST_UTIL_H_
 #define FORMFILL_TESTS_TEST_UTIL_H_
 
@@ -14,35 +13,17 @@ class TempDir {
   TempDir& operator=(const TempDir&) = delete;
 
   const std::string& path() const { return m_Path; }
-  // path() + "/" + name.
-  std::string File(const std::string& name) const;
-  std::wstring WFile(const std::string& name) const;
-  // Writes bytes to path()/name and returns the full path.
-  std::string Write(const std::string& name, const std::string& bytes) const;
-  // The whole content of path()/name ("" when it does not exist).
-  std::string Read(const std::string& name) const;
+  // Writes bytes to path()/name and returns that full name, widened.
+  std::wstring Write(const std::string& name, const std::string& bytes) const;
 
  private:
   std::string m_Path;
 };
 
-// Makes path() the working directory for the object's lifetime.
-class ScopedChdir {
- public:
-  explicit ScopedChdir(const std::string& dir);
-  ~ScopedChdir();
-  ScopedChdir(const ScopedChdir&) = delete;
-  ScopedChdir& operator=(const ScopedChdir&) = delete;
+// The whole content of a file; "" when it cannot be read.
+std::string ReadFile(const std::string& path);
 
- private:
-  std::string m_Old;
-};
-
-// Puts every static of the run back to its start-up value: settings,
-// counters, both field tables emptied of their fields.
-void ResetRunState();
-
-// The bytes as wide characters, one per byte (for ASCII test text).
-std::wstring Widen(const std::string& ascii);
+// The bytes as wide characters, one per byte.
+std::wstring Widen(const std::string& bytes);
 
 #endif  // FORMFILL_TESTS_TEST_UTIL_H_

@@ -1,0 +1,188 @@
+// Text files and helpers: the decoder's failures, long lines, byte positions
+// and the console mode, which whole runs show poorly or not at all.
+#include <climits>
+#include <codecvt>
+#include <iostream>
+#include <locale>
+#include <random>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "tests/test_util.h"
+#include "textio/helpers.h"
+#include "textio/input_file.h"
+#include "textio/output_file.h"
+#include "textio/utf8.h"
+
+namespace {
+
+constexpr int kMax = 4095;
+
+// Each row pushes back the characters of `pushed` in turn, then reads by Get
+// (one read per expected character, "!" for a failed one, which must leave
+// its argument alone) or by GetLine (each line and "|", until it fails).
+TEST(InputFileTest, DecodesLenientlyDropsCarriageReturnsAndCutsLongLines) {
+  const std::wstring a4096(4096, L'a');
+  const struct {
+    bool by_line;
+    std::string bytes, pushed;
+    std::wstring expected;
+    const char* note;
+  } rows[] = {
+      {false, "", "", L"!", "empty file"},
+      {false, "a\r\n", "", L"a\r\n!", "line ends pass through"},
+      {false, "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", "", L"\xE9\x20AC\x1F600!",
+       "two, three and four bytes"},
+      {false, "\xF7\xBF\xBF\xBF", "", L"\x1FFFFF!", "largest four-byte value"},
+      {false, "\xC1\x81\xED\xA0\x80\xC3\x41", "", L"A\xD800\xC1!",
+       "overlong, surrogate, continuation byte: all taken as they come"},
+      {false, "\x80z\xF8y\xFFq", "", L"!z!y!q!", "bad lead byte consumed"},
+      {false, "\xC3", "", L"!!", "cut two-byte sequence"},
+      {false, "\xF0\x9F\x98", "", L"!!", "cut four-byte sequence"},
+      {false, "\xEF\xBB\xBFz", "", L"\xFEFFz!", "no byte-order mark"},
+      {false, "q", "ab", L"bq!", "one push-back slot: the last wins"},
+      {true, "ab\r\nc\n", "", L"ab\n|c\n|", "CR before LF"},
+      {true, "a\rb\n\r\r", "", L"ab\n|", "CR anywhere, CRs alone"},
+      {true, "x\ny", "", L"x\n|y|", "last line without LF"},
+      {true, "ab\x80xy\n", "", L"ab|xy\n|", "bad byte ends the line"},
+      {true, "\x80x\n", "", L"", "bad byte at the start reads as the end"},
+      {true, "ab\nq", "x", L"xab\n|q|", "pushed-back character first"},
+      {true, "", "\r", L"", "pushed-back CR dropped"},
+      {true, std::string(4095, 'a') + "\nb\n", "",
+       std::wstring(4095, L'a') + L"\n|b\n|", "4095 characters and LF fit"},
+      {true, std::string(4096, 'a') + "\r\nb\n", "", a4096 + L"|b\n|",
+       "4096 characters: CR dropped, LF lost"},
+      {true, std::string(4097, 'a') + "\nb\n", "", a4096 + L"|\n|b\n|",
+       "4097 characters: the last one lost"},
+  };
+  TempDir dir;
+  for (const auto& row : rows) {
+    InputFile file(dir.Write("in", row.bytes).c_str());
+    for (char c : row.pushed)
+      file.PutBack(c);
+    std::wstring got;
+    // Exactly the room GetLine may use: the sanitizer build sees more.
+    std::vector<wchar_t> buf(kMax + 2, L'#');
+    while (row.by_line && got.size() < 20000 && file.GetLine(buf.data(), kMax))
+      got += std::wstring(buf.data()) + L"|";
+    EXPECT_TRUE(!row.by_line || buf[0] == 0)
+        << row.note << ": empty at the end";
+    for (size_t i = 0; !row.by_line && i < row.expected.size(); ++i) {
+      wchar_t ch = L'!';
+      got += file.Get(ch) || ch == L'!' ? ch : L'?';
+    }
+    EXPECT_EQ(got, row.expected) << row.note;
+  }
+}
+
+TEST(InputFileTest, PositionsAreByteOffsets) {
+  TempDir dir;
+  InputFile file(
+      dir.Write("in", "a\xC3\xB1\xE2\x82\xAC\xF0\x9F\x98\x80\nzz\n").c_str());
+  wchar_t buf[kMax + 2], ch = 0;
+  ASSERT_TRUE(file.GetLine(buf, kMax));
+  EXPECT_EQ(file.GetFilePointer(), 11);
+  file.SetFilePointer(1);
+  ASSERT_TRUE(file.Get(ch));
+  file.PutBack(ch);
+  EXPECT_EQ(file.GetFilePointer(), 3) << "a pushed-back character still counts";
+  ASSERT_TRUE(file.GetLine(buf, kMax));
+  EXPECT_EQ(std::wstring(buf), L"\xF1\x20AC\x1F600\n");
+}
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+using Facet = std::wstring_convert<std::codecvt_utf8<wchar_t>>;
+#pragma GCC diagnostic pop
+
+// What a conversion gave, or the message it threw.
+template <typename Fn>
+std::string Outcome(Fn convert) {
+  try {
+    return "ok:" + testing::PrintToString(convert());
+  } catch (const std::range_error& e) {
+    return std::string("threw:") + e.what();
+  }
+}
+
+// The program's own converters stand in for the standard facet: same text,
+// same refusals, on random text rich in the values where the rules change.
+TEST(Utf8Test, AgreesWithTheStandardFacet) {
+  const long edges[] = {0,      0x80,    0x800,    0xD800,
+                        0xE000, 0x10000, 0x110000, 0x80000000};
+  const unsigned char bytes[] = {0x00, 0x41, 0x7F, 0x80, 0x8F, 0x90, 0x9F,
+                                 0xA0, 0xBF, 0xC0, 0xC1, 0xC2, 0xDF, 0xE0,
+                                 0xED, 0xEF, 0xF0, 0xF4, 0xF5, 0xF8, 0xFF};
+  Facet facet;
+  std::mt19937 rng(7);
+  for (int i = 0; i < 40000; ++i) {
+    std::wstring w;
+    std::string s;
+    for (int n = rng() % 6; n > 0; --n) {
+      const uint32_t v = rng();  // an edge, one below it, or any code point
+      w.push_back(static_cast<wchar_t>(v % 3 == 2 ? v % 0x110000
+                                                  : edges[v % 8] - v % 2));
+      s.push_back(static_cast<char>(bytes[rng() % sizeof bytes]));
+    }
+    EXPECT_EQ(Outcome([&] { return ToUtf8(w); }),
+              Outcome([&] { return facet.to_bytes(w); }))
+        << testing::PrintToString(w);
+    EXPECT_EQ(Outcome([&] { return FromUtf8(s); }),
+              Outcome([&] { return facet.from_bytes(s); }))
+        << testing::PrintToString(s);
+  }
+}
+
+TEST(OutputFileTest, ConsoleOnlyForTheSharedConstantAndAppendStartsEmpty) {
+  std::ostringstream sink;
+  std::streambuf* const old = std::cout.rdbuf(sink.rdbuf());
+  {
+    OutputFile console(kConName, false);
+    EXPECT_EQ(console.m_Stream, nullptr) << "no file opened";
+    console << L"\x41F\n" << -15L << LONG_MIN;
+  }
+  std::cout.rdbuf(old);
+  EXPECT_EQ(sink.str(), "\xD0\x9F\n-15-9223372036854775808");
+
+  TempDir dir;
+  const std::wstring name = dir.Write("doc", "earlier run\n");
+  {
+    OutputFile out(name.c_str(), true);
+    out << L"new";
+  }
+  EXPECT_EQ(ReadFile(dir.path() + "/doc"), "new") << "emptied, then written";
+}
+
+TEST(HelpersTest, WsplitpathKeepsTheSlashAndSplitsAtTheLastDot) {
+  const struct {
+    std::wstring path, expected;  // dir|name|ext
+  } rows[] = {
+      {L"dir\\form.txt", L"dir/|form|txt"},
+      {L"form", L"|form|"},
+      {L"dir/", L"dir/||"},
+      {L"a.b.c", L"|a.b|c"},
+      {L"dir.1/form", L"dir.1/|form|"},
+      {L".hidden", L"||hidden"},
+      {L"form.", L"|form|"},
+      {L"", L"||"},
+      {L"/x\\y/f.1", L"/x/y/|f|1"},
+  };
+  for (const auto& row : rows) {
+    std::wstring dir = L"old", name = L"old", ext = L"old";
+    _wsplitpath(row.path, dir, name, ext);
+    EXPECT_EQ(dir + L"|" + name + L"|" + ext, row.expected)
+        << testing::PrintToString(row.path);
+  }
+}
+
+TEST(HelpersTest, TimeTooLongForItsBufferGivesNothing) {
+  EXPECT_EQ(GetCurrentTimeString(std::string(79, 'x').c_str()),
+            std::wstring(79, L'x'));
+  EXPECT_EQ(GetCurrentTimeString(std::string(80, 'x').c_str()), L"");
+}
+
+}  // namespace
