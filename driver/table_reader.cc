@@ -22,7 +22,11 @@ enum class Selector {
 class Scan {
  public:
   Scan(InputFile& in, FieldTab& tab, wchar_t marker)
-      : m_In(in), m_Tab(tab), m_Marker(marker) {}
+      : m_In(in), m_Tab(tab), m_Marker(marker) {
+    for (const wchar_t stop : {L'\0', L'\n', marker, L'@', L'\\'}) {
+      m_Stops[stop] = true;
+    }
+  }
 
   // The next character to handle; false at the end of the input.
   bool Next(wchar_t& ch) {
@@ -31,7 +35,39 @@ class Scan {
       ch = m_HeldCh;
       return true;
     }
-    return m_In.Get(ch);
+    return !m_Ended && m_In.Get(ch);
+  }
+
+  // Stores ch and the plain text after it in the current field, up to the
+  // next character that the readers act on (a line end, an escape, a
+  // marker, "@"), which is held for Next(). Plain text is most of a table,
+  // and this spares it the dispatch one character at a time; what ends up
+  // in the field is the same. The text after ch goes in as C strings of up
+  // to kRunMax characters, so a null stops a run as well and comes back
+  // here as the ch of the next one.
+  void StoreText(wchar_t ch) {
+    m_Tab.PutSym(ch);
+    wchar_t run[kRunMax + 1];
+    size_t n = 0;
+    for (;;) {
+      if (!m_In.Get(ch)) {
+        m_Ended = true;
+        break;
+      }
+      if (Stops(ch)) {
+        m_Held = true;
+        m_HeldCh = ch;
+        break;
+      }
+      run[n++] = ch;
+      if (n == kRunMax) {
+        run[n] = 0;
+        m_Tab.PutStr(run);
+        n = 0;
+      }
+    }
+    run[n] = 0;
+    m_Tab.PutStr(run);
   }
 
   // Reads the rest of a selector whose marker was just taken. With store
@@ -73,11 +109,26 @@ class Scan {
   }
 
  private:
+  static constexpr size_t kRunMax = 128;
+
+  // Where StoreText stops: a null, a line end, the marker, "@" or "\\". A
+  // table lookup rather than a chain of compares, whose branches text
+  // (letters, blanks, digits in any mix) would keep mispredicting.
+  bool Stops(wchar_t ch) const {
+    const uint32_t code = static_cast<uint32_t>(ch);
+    return code < kStopsSize && m_Stops[code];
+  }
+
+  static constexpr uint32_t kStopsSize = 128;
+
   InputFile& m_In;
   FieldTab& m_Tab;
   const wchar_t m_Marker;
+  bool m_Stops[kStopsSize] = {};
   bool m_Held = false;
   wchar_t m_HeldCh = 0;
+  // The input ended inside StoreText: it is not read again.
+  bool m_Ended = false;
 };
 
 // Reads one initial-parameters file into the header table. Only fields the
@@ -175,7 +226,7 @@ bool Tbl::GetHider() {
         tab.PutSym(ch);
         break;
       default:
-        tab.PutSym(ch);
+        scan.StoreText(ch);
         line_start = false;
         break;
     }
@@ -264,7 +315,7 @@ int Tbl::GetRecord() {
         tab.PutSym(ch);
         break;
       default:
-        tab.PutSym(ch);
+        scan.StoreText(ch);
         line_start = false;
         break;
     }

@@ -25,10 +25,23 @@ class Field {
   void Clear();
   void First() { m_Read = 0; }
   // The next unread character, or 0 at the end (the position stays).
-  wchar_t GetSym();
-  void ReturnSym();
+  wchar_t GetSym() {
+    if (m_Read < static_cast<int64_t>(m_Value.size())) {
+      return m_Value[static_cast<size_t>(m_Read++)];
+    }
+    return 0;
+  }
+  void ReturnSym() {
+    if (m_Read > 0)
+      --m_Read;
+  }
   // Steps over a separator at the read position.
-  void DelSeparator();
+  void DelSeparator() {
+    if (m_Read < static_cast<int64_t>(m_Value.size()) &&
+        m_Value[static_cast<size_t>(m_Read)] == kValueSeparator) {
+      ++m_Read;
+    }
+  }
   void SavPosPut() { m_SavePut = static_cast<int64_t>(m_Value.size()); }
   // Drops what was appended since SavPosPut.
   void GoPosPut();
@@ -68,14 +81,25 @@ class FieldTab : public std::map<long, Field*> {
   bool SetCurrentMac(wchar_t c);
 
   // Operations on the current field; they do nothing (or give 0) without one.
-  wchar_t GetSym();
-  void ReturnSym();
-  int Ostatok();
-  void PutSym(wchar_t c);
+  // The line formatter and the table reader call the short ones for every
+  // character, hence inline.
+  wchar_t GetSym() { return m_Current != nullptr ? m_Current->GetSym() : 0; }
+  void ReturnSym() {
+    if (m_Current != nullptr)
+      m_Current->ReturnSym();
+  }
+  int Ostatok() { return m_Current != nullptr ? m_Current->Ostatok() : 0; }
+  void PutSym(wchar_t c) {
+    if (m_Current != nullptr)
+      m_Current->PutSym(c);
+  }
   void PutStr(const wchar_t* s);
   // Trims a non-empty current value and appends a separator.
   void InsSeparator();
-  void DelSeparator();
+  void DelSeparator() {
+    if (m_Current != nullptr)
+      m_Current->DelSeparator();
+  }
   void SavPosPut();
   void GoPosPut();
   void ClearField();

@@ -1,7 +1,9 @@
 // Field placement for Line, whose record is declared in template/line.h:
 // one field's value written into a stretch of a line, and the preparation
 // of a raw template line.
+#include <cstddef>
 #include <cstdint>
+#include <cwchar>
 
 #include "format/field.h"
 #include "template/line.h"
@@ -23,20 +25,26 @@ bool Line::IsRasdel(wchar_t c) {
 }
 
 void Line::DelTab(const wchar_t* src, wchar_t* dst) {
-  // One past the last character that is neither a blank nor a line feed.
-  // Carriage returns and tabs at the end stay: old templates rely on a
-  // trailing tab to keep a line's width.
-  int64_t keep = 0;
-  for (int64_t k = 0; src[k] != 0; ++k) {
-    if (src[k] != L' ' && src[k] != L'\n') {
-      keep = k + 1;
-    }
+  // The line ends after the last character that is neither a blank nor a
+  // line feed. Carriage returns and tabs at the end stay: old templates rely
+  // on a trailing tab to keep a line's width.
+  size_t keep = std::wcslen(src);
+  while (keep > 0 && (src[keep - 1] == L' ' || src[keep - 1] == L'\n')) {
+    --keep;
+  }
+  // Every printed line passes through here; most have no tab and are
+  // copied as they stand.
+  if (std::wmemchr(src, L'\t', keep) == nullptr) {
+    const size_t n = keep < size_t{kMaxLine} ? keep : size_t{kMaxLine};
+    std::wmemcpy(dst, src, n);
+    dst[n] = 0;
+    return;
   }
   // The tab stop comes from the tab's index in the source, not from the
   // output column, so a second tab does not reach the next stop of the
   // output; templates were laid out with the tab widths this gives.
   int n = 0;
-  for (int64_t k = 0; k < keep; ++k) {
+  for (size_t k = 0; k < keep; ++k) {
     if (src[k] == L'\t') {
       for (int b = 8 - static_cast<int>(k % 8); b > 0 && n < kMaxLine; --b) {
         dst[n++] = L' ';
@@ -51,13 +59,67 @@ void Line::DelTab(const wchar_t* src, wchar_t* dst) {
   dst[n] = 0;
 }
 
+namespace {
+
+// FieldTab::Ostatok, counted no further than limit characters. A placement
+// only needs to know whether the value is longer than its stretch; a value
+// of many megabytes, continued line after line, would otherwise be measured
+// to its end at every line, and the document would take hours.
+int64_t OstatokUpTo(const FieldTab* tab, int64_t limit) {
+  const Field* field = tab->m_Current;
+  if (field == nullptr) {
+    return 0;
+  }
+  const size_t size = field->m_Value.size();
+  const size_t read = static_cast<size_t>(field->m_Read);
+  if (read >= size) {
+    return 0;
+  }
+  const size_t span = size - read < static_cast<size_t>(limit)
+                          ? size - read
+                          : static_cast<size_t>(limit);
+  const wchar_t* from = field->m_Value.data() + read;
+  const wchar_t* separator = std::wmemchr(from, kValueSeparator, span);
+  return separator != nullptr ? separator - from : static_cast<int64_t>(span);
+}
+
+// The fill of a placement: the current field's characters go into line[p]
+// onwards, at most room of them, as a loop of GetSym would hand them out.
+// That loop stops at the end of the value, at its separator and at a null
+// character (the last two consumed, not written), or when the room is used
+// up; a separator left pending then is stepped over all the same, so that
+// the next placement prints the next value. count characters come before
+// the separator or the end (at least as many as there is room for), so the
+// text is copied in one go, and every way of stopping ends with
+// DelSeparator.
+void Fill(wchar_t* line, int64_t p, int64_t room, FieldTab* tab,
+          int64_t count) {
+  Field* const field = tab->m_Current;
+  int64_t take = room < count ? room : count;
+  if (field != nullptr && take > 0) {
+    const wchar_t* from = field->m_Value.data() + field->m_Read;
+    const wchar_t* null = std::wmemchr(from, L'\0', static_cast<size_t>(take));
+    if (null != nullptr) {
+      take = null - from;
+      ++field->m_Read;
+    }
+    std::wmemcpy(line + p, from, static_cast<size_t>(take));
+    field->m_Read += take;
+  }
+  tab->DelSeparator();
+}
+
+}  // namespace
+
 void Line::PutPol(wchar_t* line, typAlign align, int start, int end,
                   FieldTab* tab, bool truncate) {
   // A stretch that begins before the line has no room at all: nothing is
   // written, and the field is treated as for any stretch without room.
   const bool usable = start >= 0;
   const int64_t width = usable ? int64_t{end} - start + 1 : 0;
-  int64_t pad = width - tab->Ostatok();
+  // One character past the stretch tells a value that does not fit.
+  const int64_t count = OstatokUpTo(tab, (width > 0 ? width : 0) + 1);
+  int64_t pad = width - count;
   bool overflow = false;
   if (pad < 0) {
     overflow = true;
@@ -70,23 +132,7 @@ void Line::PutPol(wchar_t* line, typAlign align, int start, int end,
     p += pad;
   }
 
-  bool on_separator = false;
-  while (usable && p <= end) {
-    const wchar_t c = tab->GetSym();
-    if (c == 0) {
-      break;
-    }
-    if (c == kValueSeparator) {
-      on_separator = true;
-      break;
-    }
-    line[p++] = c;
-  }
-  // A value that filled the stretch exactly still has its separator
-  // pending; stepping over it makes the next placement print the next value.
-  if (!on_separator) {
-    tab->DelSeparator();
-  }
+  Fill(line, p, usable ? end - p + 1 : 0, tab, count);
   if (!overflow) {
     return;
   }
@@ -105,9 +151,10 @@ void Line::PutPol(wchar_t* line, typAlign align, int start, int end,
   if (m < start) {
     return;  // One word longer than the stretch: cut hard, go on mid-word.
   }
-  for (m = end; !IsRasdel(line[m]); --m) {
+  // What follows the separator goes back to the field and is blanked.
+  for (int k = end; k > m; --k) {
     tab->ReturnSym();
-    line[m] = L' ';
+    line[k] = L' ';
   }
   // A blank that ended the text is not part of it; a comma or a question
   // mark is, and stays with the word before it.

@@ -1,6 +1,7 @@
 // Line::ConvStr: turns a template line into output text. Line is declared in
 // template/line.h; its formatting members are defined here in format/.
 #include <climits>
+#include <cstdint>
 #include <cstdio>
 #include <cwchar>
 #include <stdexcept>
@@ -16,6 +17,35 @@ namespace {
 
 bool IsDigit(wchar_t c) {
   return c >= L'0' && c <= L'9';
+}
+
+// True for the characters that may begin a marker: a field reference ("$",
+// "&"), the page counter ("#") or a value marker ("@"). Every character of
+// every printed line is tested, hence one bit test on the offset from "#".
+bool MayStartMarker(wchar_t c) {
+  constexpr uint32_t kMarkers = 1u << (L'#' - L'#') | 1u << (L'$' - L'#') |
+                                1u << (L'&' - L'#') | 1u << (L'@' - L'#');
+  const uint32_t offset =
+      static_cast<uint32_t>(c) - static_cast<uint32_t>(L'#');
+  return offset < 32 && ((kMarkers >> offset) & 1u) != 0;
+}
+
+// Index of the character at which the stretch whose text starts at k
+// stops: the first "?" (which closes it), "$" or "&" (the marker of the
+// next reference) from k on, or len, the line's end. No null comes before
+// len: values are placed and inserted only up to a null. Three searches by
+// the library, each only as far as the ones before found, are much cheaper
+// than a loop over every position of every stretch.
+int StretchStop(const wchar_t* line, int len, int k) {
+  int stop = len;
+  for (const wchar_t c : {L'?', L'$', L'&'}) {
+    const wchar_t* found =
+        std::wmemchr(line + k, c, static_cast<size_t>(stop - k));
+    if (found != nullptr) {
+      stop = static_cast<int>(found - line);
+    }
+  }
+  return stop;
 }
 
 // Reads the decimal number whose digits start at line[*k] and leaves *k on
@@ -64,9 +94,9 @@ bool HasMacros(const FieldTab& tab) {
   return false;
 }
 
-// "$N" / "&N" / "$$N" / "&&N" at i, with "=" / ">" alignment and a "?" end.
-// Returns where the scan goes on.
-int ConvField(wchar_t* line, int i) {
+// "$N" / "&N" / "$$N" / "&&N" at i, with "=" / ">" alignment and a "?" end;
+// len is the line's length. Returns where the scan goes on.
+int ConvField(wchar_t* line, int len, int i) {
   const bool header = line[i] == L'&';
   FieldTab& tab = header ? Tbl::TabHdrField : Tbl::TabRcdField;
   line[i] = L' ';
@@ -89,24 +119,18 @@ int ConvField(wchar_t* line, int i) {
     line[k++] = L' ';
     align = Line::AlignRight;
   }
-  int end;
-  for (;; ++k) {
-    const wchar_t c = line[k];
-    if (c == L'\0' || c == L'$' || c == L'&') {
-      end = k - 1;
-      break;
-    }
-    if (c == L'?') {
-      line[k] = L' ';
-      end = k;
-      break;
-    }
-    // A record stretch keeps the template's characters where the value does
-    // not reach, so a form can carry filler such as dots after a short value;
-    // a header stretch is cleared.
-    if (header) {
-      line[k] = L' ';
-    }
+  // A record stretch keeps the template's characters where the value does
+  // not reach, so a form can carry filler such as dots after a short value;
+  // a header stretch is cleared.
+  const int stop = StretchStop(line, len, k);
+  if (header) {
+    std::wmemset(line + k, L' ', static_cast<size_t>(stop - k));
+  }
+  k = stop;
+  int end = k - 1;
+  if (line[k] == L'?') {
+    line[k] = L' ';
+    end = k;
   }
   if (!tab.SetCurrent(n)) {
     return i + 1;
@@ -234,21 +258,26 @@ std::wstring Line::ConvStr() const {
   FieldTab& rcd = Tbl::TabRcdField;
   const bool hdr_macros = HasMacros(hdr);
   const bool rcd_macros = HasMacros(rcd);
+  const bool macros = hdr_macros || rcd_macros;
 
   int i = 0;
   while (line[i] != L'\0') {
     const wchar_t c = line[i];
-    if ((hdr_macros && hdr.SetCurrentMac(c)) ||
-        (rcd_macros && rcd.SetCurrentMac(c))) {
+    if (macros && ((hdr_macros && hdr.SetCurrentMac(c)) ||
+                   (rcd_macros && rcd.SetCurrentMac(c)))) {
       // A character bound in both tables is the record's.
       const bool in_record = rcd_macros && rcd.SetCurrentMac(c);
       i = ConvMacro(line, i, in_record ? rcd : hdr);
       continue;
     }
+    if (!MayStartMarker(c)) {
+      ++i;
+      continue;
+    }
     const wchar_t next = line[i + 1];
     if ((c == L'$' || c == L'&') &&
         (IsDigit(next) || (next == c && IsDigit(line[i + 2])))) {
-      i = ConvField(line, i);
+      i = ConvField(line, len, i);
     } else if (c == L'#') {
       ConvPageCounter(line, &len, i);
       ++i;

@@ -34,18 +34,9 @@ bool InputFile::Open(wchar_t const* name) {
   return m_Stream != nullptr;
 }
 
-bool InputFile::Decode(wchar_t& ch) {
-  if (m_Stream == nullptr)
-    return false;
-  // The program has one thread, so the stream's lock buys nothing and
-  // costs a lot on a byte-at-a-time reader.
-  const int b0 = getc_unlocked(m_Stream);
+bool InputFile::DecodeMore(FILE* stream, int b0, wchar_t& ch) {
   if (b0 == EOF)
     return false;
-  if (b0 < 0x80) {
-    ch = static_cast<wchar_t>(b0);
-    return true;
-  }
   int more;
   unsigned value;
   if ((b0 & 0xE0) == 0xC0) {
@@ -65,7 +56,7 @@ bool InputFile::Decode(wchar_t& ch) {
   // templates and tables written by old tools carry overlong forms and
   // stray values, and they must come through as they are.
   while (more-- > 0) {
-    const int b = getc_unlocked(m_Stream);
+    const int b = getc_unlocked(stream);
     if (b == EOF)
       return false;
     value = (value << 6) | (static_cast<unsigned>(b) & 0x3F);
@@ -74,50 +65,63 @@ bool InputFile::Decode(wchar_t& ch) {
   return true;
 }
 
-bool InputFile::Get(wchar_t& ch) {
-  if (m_IsBack) {
-    m_IsBack = false;
-    ch = m_Back;
-    return true;
-  }
-  return Decode(ch);
-}
-
 void InputFile::PutBack(wchar_t ch) {
   m_Back = ch;
   m_IsBack = true;
 }
 
 bool InputFile::GetLine(wchar_t* buf, int max) {
-  buf[0] = 0;
+  FILE* const stream = m_Stream;
   int n = 0;
-  for (;;) {
-    wchar_t ch;
-    if (m_IsBack) {
-      m_IsBack = false;
-      ch = m_Back;
-    } else if (!Decode(ch)) {
-      return n != 0;
+  wchar_t ch;
+  // Only the first character can be a pushed-back one; the rest come
+  // straight from the stream.
+  for (bool got = Get(ch); got; got = Decode(stream, ch)) {
+    // One test keeps ordinary characters off the two rare paths below.
+    if (ch <= L'\r') {
+      // Files edited on other systems end their lines with CR LF; a
+      // carriage return is never wanted in a template line, wherever it
+      // stands.
+      if (ch == L'\r')
+        continue;
+      if (ch == L'\n' && n <= max) {
+        buf[n++] = ch;
+        buf[n] = 0;
+        return true;
+      }
     }
-    // Files edited on other systems end their lines with CR LF; a carriage
-    // return is never wanted in a template line, wherever it stands.
-    if (ch == L'\r')
-      continue;
     if (n > max) {
       // The character that does not fit is dropped, and the rest of the
       // long line is left for the next call: old templates were laid out
       // around exactly this cut.
+      buf[n] = 0;
       return true;
     }
-    buf[n] = ch;
-    buf[n + 1] = 0;
-    ++n;
-    if (ch == L'\n')
-      return true;
+    buf[n++] = ch;
   }
+  buf[n] = 0;
+  return n != 0;
 }
 
 void InputFile::SetFilePointer(long pos) {
+  // The C library makes a system call of every seek, even one inside its
+  // buffer, and the template is re-read line by line. Lines printed one
+  // after another mostly follow each other in the file, or skip a command
+  // line or two: the stream is then left where it stands, or read over the
+  // bytes up to pos, which ends where the seek would. Anything else, and a
+  // stream at its end (the seek clears that), takes the seek.
+  constexpr long kReadOverMax = 256;
+  if (!feof(m_Stream)) {
+    long here = ftell(m_Stream);
+    if (here >= 0 && pos >= here && pos - here <= kReadOverMax) {
+      while (here < pos && getc_unlocked(m_Stream) != EOF) {
+        ++here;
+      }
+      if (here == pos) {
+        return;
+      }
+    }
+  }
   // Positions come from GetFilePointer on the same file; a failed seek
   // shows as a wrong or missing line at the next read.
   static_cast<void>(fseek(m_Stream, pos, SEEK_SET));

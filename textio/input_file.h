@@ -1,7 +1,7 @@
 #ifndef FORMFILL_TEXTIO_INPUT_FILE_H_
 #define FORMFILL_TEXTIO_INPUT_FILE_H_
 
-#include <cstdio>
+#include <stdio.h>
 
 // Reads a UTF-8 text file as wide characters: one at a time with a
 // one-character push-back, whole lines, and byte positions to come back to.
@@ -26,7 +26,14 @@ class InputFile {
   // Next character: the pushed-back one first, else one decoded from the
   // file. False at end of file, on a cut sequence, on a byte that cannot
   // begin a sequence (it is consumed) or without a file; ch is then unchanged.
-  bool Get(wchar_t& ch);
+  bool Get(wchar_t& ch) {
+    if (m_IsBack) {
+      m_IsBack = false;
+      ch = m_Back;
+      return true;
+    }
+    return Decode(m_Stream, ch);
+  }
 
   // One slot: a second PutBack before the next read replaces the first.
   void PutBack(wchar_t ch);
@@ -38,6 +45,7 @@ class InputFile {
   bool GetLine(wchar_t* buf, int max);
 
   // Byte offsets from the start of the file; only while a file is open.
+  // A failed seek is not reported.
   void SetFilePointer(long pos);
   long GetFilePointer();
 
@@ -46,8 +54,23 @@ class InputFile {
   bool m_IsBack;
 
  private:
-  // Decodes one character from the stream; false as for Get.
-  bool Decode(wchar_t& ch);
+  // Decodes one character from stream (null: none open); false as for Get.
+  // A table or template is nearly all ASCII, which is decoded here, inline
+  // in the reading loops; longer sequences go to DecodeMore.
+  static bool Decode(FILE* stream, wchar_t& ch) {
+    if (stream == nullptr)
+      return false;
+    // The program has one thread, so the stream's lock buys nothing and
+    // costs a lot on a byte-at-a-time reader.
+    const int b0 = getc_unlocked(stream);
+    if (b0 >= 0 && b0 < 0x80) {
+      ch = static_cast<wchar_t>(b0);
+      return true;
+    }
+    return DecodeMore(stream, b0, ch);
+  }
+  // The rest of Decode once b0 (a byte from 0x80 up, or EOF) is read.
+  static bool DecodeMore(FILE* stream, int b0, wchar_t& ch);
 };
 
 #endif  // FORMFILL_TEXTIO_INPUT_FILE_H_

@@ -47,19 +47,26 @@ OutputFile::~OutputFile() {
 }
 
 void OutputFile::Write(const wchar_t* text, size_t len) {
+  // The buffer only grows: it keeps room for the longest form of the
+  // longest text so far, and each write converts straight into it.
   std::string& bytes = Scratch();
-  bytes.clear();
+  if (bytes.size() < 4 * len) {
+    bytes.resize(4 * len);
+  }
+  size_t count = 0;
   // Converted before the target is looked at, so an unconvertible
   // character is refused on every kind of output alike.
-  AppendUtf8(text, len, bytes);
-  if (bytes.empty())
+  if (!EncodeUtf8(text, len, &bytes[0], &count)) {
+    throw std::range_error("wstring_convert::to_bytes");
+  }
+  if (count == 0)
     return;
   if (m_Console) {
-    std::cout.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    std::cout.write(bytes.data(), static_cast<std::streamsize>(count));
   } else if (m_Stream != nullptr) {
     // A full disk is not detected; the document is as complete as the
     // device allowed.
-    static_cast<void>(fwrite(bytes.data(), 1, bytes.size(), m_Stream));
+    static_cast<void>(fwrite(bytes.data(), 1, count, m_Stream));
   }
 }
 

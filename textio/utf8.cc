@@ -65,33 +65,64 @@ size_t DecodeOne(const unsigned char* bytes, size_t i, size_t n, wchar_t& out) {
 
 }  // namespace
 
-void AppendUtf8(const wchar_t* text, size_t len, std::string& out) {
-  out.reserve(out.size() + len);
+bool EncodeUtf8(const wchar_t* text, size_t len, char* out, size_t* written) {
+  char* p = out;
+  bool ok = true;
   for (size_t i = 0; i < len; ++i) {
+    // A document is mostly ASCII: eight characters below U+0080 are tested
+    // and copied together, in fixed-length loops without a branch each.
+    while (len - i >= 8) {
+      uint32_t any = 0;
+      for (size_t k = 0; k < 8; ++k) {
+        any |= static_cast<uint32_t>(text[i + k]);
+      }
+      if (any >= 0x80) {
+        break;
+      }
+      for (size_t k = 0; k < 8; ++k) {
+        p[k] = static_cast<char>(text[i + k]);
+      }
+      p += 8;
+      i += 8;
+    }
+    if (i == len) {
+      break;
+    }
     // wchar_t is signed: a negative value becomes a huge one here and is
     // refused with the values above the Unicode range.
     const uint32_t c = static_cast<uint32_t>(text[i]);
     if (c < 0x80) {
-      out.push_back(static_cast<char>(c));
+      *p++ = static_cast<char>(c);
     } else if (c < 0x800) {
-      const char seq[2] = {static_cast<char>(0xC0 | (c >> 6)),
-                           static_cast<char>(0x80 | (c & 0x3F))};
-      out.append(seq, 2);
+      *p++ = static_cast<char>(0xC0 | (c >> 6));
+      *p++ = static_cast<char>(0x80 | (c & 0x3F));
     } else if (c < 0x10000) {
       // Surrogate code points go out like any other three-byte value.
-      const char seq[3] = {static_cast<char>(0xE0 | (c >> 12)),
-                           static_cast<char>(0x80 | ((c >> 6) & 0x3F)),
-                           static_cast<char>(0x80 | (c & 0x3F))};
-      out.append(seq, 3);
+      *p++ = static_cast<char>(0xE0 | (c >> 12));
+      *p++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+      *p++ = static_cast<char>(0x80 | (c & 0x3F));
     } else if (c <= kMaxCodePoint) {
-      const char seq[4] = {static_cast<char>(0xF0 | (c >> 18)),
-                           static_cast<char>(0x80 | ((c >> 12) & 0x3F)),
-                           static_cast<char>(0x80 | ((c >> 6) & 0x3F)),
-                           static_cast<char>(0x80 | (c & 0x3F))};
-      out.append(seq, 4);
+      *p++ = static_cast<char>(0xF0 | (c >> 18));
+      *p++ = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+      *p++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+      *p++ = static_cast<char>(0x80 | (c & 0x3F));
     } else {
-      throw std::range_error("wstring_convert::to_bytes");
+      ok = false;
+      break;
     }
+  }
+  *written = static_cast<size_t>(p - out);
+  return ok;
+}
+
+void AppendUtf8(const wchar_t* text, size_t len, std::string& out) {
+  const size_t old_size = out.size();
+  out.resize(old_size + 4 * len);
+  size_t written = 0;
+  const bool ok = EncodeUtf8(text, len, &out[old_size], &written);
+  out.resize(old_size + written);
+  if (!ok) {
+    throw std::range_error("wstring_convert::to_bytes");
   }
 }
 

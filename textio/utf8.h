@@ -7,6 +7,13 @@
 
 #include <string>
 
+// Writes the UTF-8 form of text[0..len) to out, which must have room for
+// 4 * len bytes, and sets *written to the number of bytes. False at a
+// character above U+10FFFF (or negative): out then holds the bytes of the
+// characters before it. Code points U+D800..U+DFFF are written as ordinary
+// three-byte sequences.
+bool EncodeUtf8(const wchar_t* text, size_t len, char* out, size_t* written);
+
 // Appends the UTF-8 form of text[0..len) to out. Code points U+D800..U+DFFF
 // are written as ordinary three-byte sequences. A character above U+10FFFF
 // (or negative) throws std::range_error("wstring_convert::to_bytes"); out
