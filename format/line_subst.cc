@@ -94,6 +94,20 @@ bool HasMacros(const FieldTab& tab) {
   return false;
 }
 
+// The alignment character at line[*k] ("=" centred, ">" right), blanked and
+// stepped over; any other character means left and stays.
+Line::typAlign ReadAlign(wchar_t* line, int* k) {
+  if (line[*k] == L'=') {
+    line[(*k)++] = L' ';
+    return Line::AlignCenter;
+  }
+  if (line[*k] == L'>') {
+    line[(*k)++] = L' ';
+    return Line::AlignRight;
+  }
+  return Line::AlignLeft;
+}
+
 // "$N" / "&N" / "$$N" / "&&N" at i, with "=" / ">" alignment and a "?" end;
 // len is the line's length. Returns where the scan goes on.
 int ConvField(wchar_t* line, int len, int i) {
@@ -111,14 +125,7 @@ int ConvField(wchar_t* line, int len, int i) {
     truncate = true;
   }
   const long n = ReadNumber(line, &k, true);
-  Line::typAlign align = Line::AlignLeft;
-  if (line[k] == L'=') {
-    line[k++] = L' ';
-    align = Line::AlignCenter;
-  } else if (line[k] == L'>') {
-    line[k++] = L' ';
-    align = Line::AlignRight;
-  }
+  const Line::typAlign align = ReadAlign(line, &k);
   // A record stretch keeps the template's characters where the value does
   // not reach, so a form can carry filler such as dots after a short value;
   // a header stretch is cleared.
@@ -149,14 +156,7 @@ int ConvMacro(wchar_t* line, int i, FieldTab& tab) {
   const wchar_t mac = line[i];
   line[i] = L' ';
   int k = i + 1;
-  Line::typAlign align = Line::AlignLeft;
-  if (line[k] == L'=') {
-    line[k++] = L' ';
-    align = Line::AlignCenter;
-  } else if (line[k] == L'>') {
-    line[k++] = L' ';
-    align = Line::AlignRight;
-  }
+  const Line::typAlign align = ReadAlign(line, &k);
   while (line[k] == L' ') {
     ++k;
   }
