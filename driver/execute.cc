@@ -11,12 +11,19 @@
 
 namespace {
 
+// Writes one line of the document with its line end in a single write.
+void WriteLine(const Line& line, OutputFile& out) {
+  std::wstring text = line.ConvStr();
+  text.push_back(L'\n');
+  out << text;
+}
+
 // Writes the rest of the loaded section in closing mode, where backward
 // unconditional jumps are no longer taken, so that a loop meant for records
 // runs out.
 void WriteClosing(Blank& blank, OutputFile& out) {
   for (Line* line = blank.Next(1); line != nullptr; line = blank.Next(1)) {
-    out << line->ConvStr() << L"\n";
+    WriteLine(*line, out);
   }
 }
 
@@ -54,7 +61,7 @@ int Tbl::Execute() {
     int64_t previous_ost = 0;
     for (;;) {
       for (Line* line = blank.Next(0); line != nullptr; line = blank.Next(0)) {
-        out << line->ConvStr() << L"\n";
+        WriteLine(*line, out);
         // A record ends as soon as nothing of it is left to print, even in
         // the middle of a section: the next record carries on from there.
         if (!TabRcdField.Exist()) {

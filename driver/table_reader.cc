@@ -1,6 +1,7 @@
 // Reading the input table and the initial-parameters file into the field
 // tables of Tbl.
 #include <cstdint>
+#include <cstdio>
 #include <string>
 
 #include "driver/tbl.h"
@@ -42,15 +43,33 @@ class Scan {
   // next character that the readers act on (a line end, an escape, a
   // marker, "@"), which is held for Next(). Plain text is most of a table,
   // and this spares it the dispatch one character at a time; what ends up
-  // in the field is the same. The text after ch goes in as C strings of up
-  // to kRunMax characters, so a null stops a run as well and comes back
-  // here as the ch of the next one.
+  // in the field is the same. The text after ch goes in as runs of up to
+  // kRunMax characters; a null stops a run as well and comes back here as
+  // the ch of the next one.
   void StoreText(wchar_t ch) {
     m_Tab.PutSym(ch);
-    wchar_t run[kRunMax + 1];
+    wchar_t run[kRunMax];
     size_t n = 0;
+    // A pushed-back character can only be waiting before the first read
+    // here; without one, ASCII bytes are taken from the stream directly,
+    // and anything else is given back to it for the decoder.
+    FILE* const stream = m_In.m_IsBack ? nullptr : m_In.m_Stream;
     for (;;) {
-      if (!m_In.Get(ch)) {
+      if (stream != nullptr) {
+        const int b = getc_unlocked(stream);
+        if (b >= 0 && b < 0x80) {
+          ch = static_cast<wchar_t>(b);
+        } else if (b == EOF) {
+          m_Ended = true;
+          break;
+        } else {
+          ungetc(b, stream);
+          if (!m_In.Get(ch)) {
+            m_Ended = true;
+            break;
+          }
+        }
+      } else if (!m_In.Get(ch)) {
         m_Ended = true;
         break;
       }
@@ -61,13 +80,11 @@ class Scan {
       }
       run[n++] = ch;
       if (n == kRunMax) {
-        run[n] = 0;
-        m_Tab.PutStr(run);
+        Append(run, n);
         n = 0;
       }
     }
-    run[n] = 0;
-    m_Tab.PutStr(run);
+    Append(run, n);
   }
 
   // Reads the rest of a selector whose marker was just taken. With store
@@ -110,6 +127,13 @@ class Scan {
 
  private:
   static constexpr size_t kRunMax = 128;
+
+  // A run holds no null (a null stops it), so its length is known and
+  // the field needs no search for the end.
+  void Append(const wchar_t* run, size_t n) {
+    if (n != 0 && m_Tab.m_Current != nullptr)
+      m_Tab.m_Current->m_Value.append(run, n);
+  }
 
   // Where StoreText stops: a null, a line end, the marker, "@" or "\\". A
   // table lookup rather than a chain of compares, whose branches text

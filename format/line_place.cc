@@ -3,6 +3,7 @@
 // of a raw template line.
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <cwchar>
 
 #include "format/field.h"
@@ -36,7 +37,8 @@ void Line::DelTab(const wchar_t* src, wchar_t* dst) {
   // copied as they stand.
   if (std::wmemchr(src, L'\t', keep) == nullptr) {
     const size_t n = keep < size_t{kMaxLine} ? keep : size_t{kMaxLine};
-    std::wmemcpy(dst, src, n);
+    // memcpy, not wmemcpy: the library's wmemcpy is a call around it.
+    std::memcpy(dst, src, n * sizeof(wchar_t));
     dst[n] = 0;
     return;
   }
@@ -103,7 +105,7 @@ void Fill(wchar_t* line, int64_t p, int64_t room, FieldTab* tab,
       take = null - from;
       ++field->m_Read;
     }
-    std::wmemcpy(line + p, from, static_cast<size_t>(take));
+    std::memcpy(line + p, from, static_cast<size_t>(take) * sizeof(wchar_t));
     field->m_Read += take;
   }
   tab->DelSeparator();

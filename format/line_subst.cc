@@ -287,5 +287,10 @@ std::wstring Line::ConvStr() const {
       ++i;
     }
   }
-  return std::wstring(line, static_cast<size_t>(len));
+  // One character of room is kept, so that the caller can add the line
+  // end without the string moving: the terminator is copied along (len is
+  // at most kMaxLine, inside the buffer) and dropped again.
+  std::wstring text(line, static_cast<size_t>(len) + 1);
+  text.pop_back();
+  return text;
 }

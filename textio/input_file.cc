@@ -2,6 +2,7 @@
 
 #include <stdio.h>
 
+#include <cstddef>
 #include <string>
 
 #include "textio/utf8.h"
@@ -76,28 +77,53 @@ bool InputFile::GetLine(wchar_t* buf, int max) {
   wchar_t ch;
   // Only the first character can be a pushed-back one; the rest come
   // straight from the stream.
-  for (bool got = Get(ch); got; got = Decode(stream, ch)) {
-    // One test keeps ordinary characters off the two rare paths below.
-    if (ch <= L'\r') {
-      // Files edited on other systems end their lines with CR LF; a
-      // carriage return is never wanted in a template line, wherever it
-      // stands.
-      if (ch == L'\r')
-        continue;
+  bool got = Get(ch);
+  while (got) {
+    // Files edited on other systems end their lines with CR LF; a
+    // carriage return is never wanted in a template line, wherever it
+    // stands.
+    if (ch != L'\r') {
       if (ch == L'\n' && n <= max) {
         buf[n++] = ch;
         buf[n] = 0;
         return true;
       }
+      if (n > max) {
+        // The character that does not fit is dropped, and the rest of the
+        // long line is left for the next call: old templates were laid
+        // out around exactly this cut.
+        buf[n] = 0;
+        return true;
+      }
+      buf[n++] = ch;
     }
-    if (n > max) {
-      // The character that does not fit is dropped, and the rest of the
-      // long line is left for the next call: old templates were laid out
-      // around exactly this cut.
-      buf[n] = 0;
-      return true;
+    if (stream == nullptr)
+      break;
+    // Every printed line is read again from the template, so this loop
+    // runs for every character of the document. Plain ASCII above the
+    // control characters needs none of the tests above but the length
+    // one, and is taken here byte after byte without leaving the loop.
+    // Characters are stored while fewer than max + 1 are in buf.
+    wchar_t* out = buf + n;
+    wchar_t* const full = buf + (static_cast<ptrdiff_t>(max) + 1);
+    for (;;) {
+      const int b = getc_unlocked(stream);
+      if (b > '\r' && b < 0x80) {
+        if (out >= full) {
+          *out = 0;
+          return true;
+        }
+        *out++ = static_cast<wchar_t>(b);
+        continue;
+      }
+      if (b >= 0 && b < 0x80) {
+        ch = static_cast<wchar_t>(b);
+      } else {
+        got = DecodeMore(stream, b, ch);
+      }
+      break;
     }
-    buf[n++] = ch;
+    n = static_cast<int>(out - buf);
   }
   buf[n] = 0;
   return n != 0;
