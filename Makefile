@@ -4,7 +4,7 @@ BUILD      ?= build
 ASAN_BUILD ?= build-asan
 JOBS       ?= 2
 
-.PHONY: all build test asan demo bench fuzz clean
+.PHONY: all build test asan demo bench fuzz huge clean
 
 all: build
 
@@ -46,6 +46,14 @@ bench:
 	cmake --build build-release -j$(JOBS) --target formfill
 	bench/run-bench build-release/formfill
 	if [ -e ../shared/bench/run ]; then ../shared/bench/run build-release/formfill 100000; fi
+
+# Huge inputs: a 1 GiB table in the memory of a 10 MB one, a field value of
+# 100 MB, lines at the limits of the working buffer (also under the
+# sanitizers). About a minute; needs 1.2 GB of free space in the temporary
+# folder. Kept out of `make test`.
+huge: build $(ASAN_BUILD)/CMakeCache.txt
+	cmake --build $(ASAN_BUILD) -j$(JOBS) --target formfill
+	bench/huge-inputs $(BUILD)/formfill $(ASAN_BUILD)/formfill
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD)

@@ -1,7 +1,11 @@
 // Fuzzes the UTF-8 reader and writer: whatever the lenient reader delivers
 // and the writer accepts must read back unchanged, and the writer and the
-// strict decoder must agree with the standard conversion facet.
+// strict decoder must agree with the standard conversion facet. The reader
+// and the writer work on memory streams, so no file is touched.
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+#include <stdio.h>
+#include <stdlib.h>
+
 #include <codecvt>
 #include <cstddef>
 #include <cstdint>
@@ -16,9 +20,18 @@
 
 namespace {
 
-std::wstring ReadAll(const std::string& path) {
-  InputFile in(WidenPath(path).c_str());
+// Everything InputFile::Get delivers from the bytes, up to the first
+// failed read.
+std::wstring ReadAll(const void* bytes, size_t size) {
   std::wstring text;
+  if (size == 0) {
+    return text;
+  }
+  InputFile in;
+  in.m_Stream = fmemopen(const_cast<void*>(bytes), size, "rb");
+  if (in.m_Stream == nullptr) {
+    abort();
+  }
   wchar_t ch;
   while (in.Get(ch)) {
     text.push_back(ch);
@@ -26,24 +39,46 @@ std::wstring ReadAll(const std::string& path) {
   return text;
 }
 
+// What OutputFile writes for text; false when it refuses a character.
+bool WriteAll(const std::wstring& text, std::string& bytes) {
+  char* buffer = nullptr;
+  size_t length = 0;
+  bool ok = true;
+  {
+    // Made on the console name, so that no file is opened, then pointed at
+    // a memory stream.
+    OutputFile out(kConName, false);
+    out.m_Console = false;
+    out.m_Stream = open_memstream(&buffer, &length);
+    if (out.m_Stream == nullptr) {
+      abort();
+    }
+    try {
+      out << text;
+    } catch (const std::range_error& e) {
+      if (std::string(e.what()) != "wstring_convert::to_bytes") {
+        abort();
+      }
+      ok = false;  // a character above U+10FFFF
+    }
+  }
+  bytes.assign(buffer, length);
+  free(buffer);
+  return ok;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  std::string in_path = WriteScratch("in.txt", data, size);
-  std::wstring decoded = ReadAll(in_path);
+  const std::wstring decoded = ReadAll(data, size);
 
-  std::string out_path = ScratchDir() + "out.txt";
-  bool writable = true;
-  {
-    OutputFile out(WidenPath(out_path).c_str(), false);
-    try {
-      out << decoded;
-    } catch (const std::range_error&) {
-      writable = false;  // a character above U+10FFFF
-    }
-  }
-  if (writable && ReadAll(out_path) != decoded) {
+  std::string written;
+  const bool writable = WriteAll(decoded, written);
+  if (writable && ReadAll(written.data(), written.size()) != decoded) {
     abort();
+  }
+  if (!writable && !written.empty()) {
+    abort();  // a refused text writes nothing
   }
 
   std::wstring_convert<std::codecvt_utf8<wchar_t>> facet;
@@ -62,6 +97,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     facet_ok = false;
   }
   if (mine_ok != facet_ok || (mine_ok && mine_bytes != facet_bytes)) {
+    abort();
+  }
+  if (writable != mine_ok || (writable && written != mine_bytes)) {
     abort();
   }
 
