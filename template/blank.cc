@@ -6,6 +6,7 @@
 #include <cstring>
 #include <cwchar>
 #include <iostream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -159,6 +160,15 @@ int ClassifyCommand(Blank& blank, int index, const wchar_t* raw) {
   return Report(blank.m_Out, Tbl::errUnknownCommand, raw);
 }
 
+// Most characters that "@N" may copy into header texts in one run. A
+// template can make a header text copy itself ("&0 @0@0" on line after
+// line), which multiplies it at every reference; past this budget the run
+// ends with a length error, as an append beyond a string's limit does,
+// instead of first exhausting the machine. A legitimate copy of even a very
+// large header value stays far below it.
+constexpr size_t kMaxCopiedText = size_t{1} << 27;
+size_t g_CopiedText = 0;
+
 // Appends the text that follows a header reference to its field. The text
 // is taken from the prepared copy at the index found in the line as read;
 // where a tab was expanded before it the two no longer match, and the text
@@ -204,7 +214,12 @@ void DefineHeaderText(const wchar_t* copy, size_t at) {
     } else if (IsDigit(d)) {
       wchar_t* after = nullptr;
       const long other = wcstol(copy + j + 1, &after, 10);
-      tab.PutStr(tab.FirstValue(other).c_str());
+      const std::wstring value = tab.FirstValue(other);
+      g_CopiedText += value.size();
+      if (g_CopiedText > kMaxCopiedText) {
+        throw std::length_error("header text copied by the template too long");
+      }
+      tab.PutStr(value.c_str());
       j = static_cast<size_t>(after - copy);
     } else {
       ++j;
@@ -242,6 +257,7 @@ Blank::Blank(wchar_t const* name, OutputFile& out)
   std::wstring base;
   std::wstring ext;
   _wsplitpath(m_Name, dir, base, ext);
+  g_CopiedText = 0;
   // The section number is the file's extension; a name that brings its own
   // leaves the template unusable, and every load fails.
   if (ext.empty()) {
