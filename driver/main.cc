@@ -21,23 +21,22 @@ std::wstring WidenBytes(const char* arg) {
   return wide;
 }
 
-// The setting that option letter names, or null for any other letter.
+// The setting that option letter names, in either case, or null for any
+// other letter.
 std::wstring* Setting(wchar_t letter) {
+  if (letter >= L'a' && letter <= L'z') {
+    letter = static_cast<wchar_t>(letter - L'a' + L'A');
+  }
   switch (letter) {
     case L'B':
-    case L'b':
       return &Tbl::BlankFile;
     case L'F':
-    case L'f':
       return &Tbl::BegParam;
     case L'I':
-    case L'i':
       return &Tbl::InpFile;
     case L'O':
-    case L'o':
       return &Tbl::OutFile;
     case L'P':
-    case L'p':
       return &Tbl::PathBlank;
     default:
       return nullptr;
