@@ -7,6 +7,7 @@
 #include "driver/tbl.h"
 #include "format/field.h"
 #include "textio/input_file.h"
+#include "textio/stream_bytes.h"
 
 namespace {
 
@@ -24,8 +25,11 @@ class Scan {
  public:
   Scan(InputFile& in, FieldTab& tab, wchar_t marker)
       : m_In(in), m_Tab(tab), m_Marker(marker) {
+    for (unsigned b = 0; b < 0x80; ++b) {
+      m_Plain[b] = true;
+    }
     for (const wchar_t stop : {L'\0', L'\n', marker, L'@', L'\\'}) {
-      m_Stops[stop] = true;
+      m_Plain[stop] = false;
     }
   }
 
@@ -56,6 +60,15 @@ class Scan {
     FILE* const stream = m_In.m_IsBack ? nullptr : m_In.m_Stream;
     for (;;) {
       if (stream != nullptr) {
+        // What the stream has buffered of the text goes into the run
+        // straight away; the byte that ends it is read below.
+        n += TakeWhile(stream, run + n, kRunMax - n,
+                       [this](unsigned char b) { return m_Plain[b]; });
+        if (n == kRunMax) {
+          Append(run, n);
+          n = 0;
+          continue;
+        }
         const int b = getc_unlocked(stream);
         if (b >= 0 && b < 0x80) {
           ch = static_cast<wchar_t>(b);
@@ -140,15 +153,15 @@ class Scan {
   // (letters, blanks, digits in any mix) would keep mispredicting.
   bool Stops(wchar_t ch) const {
     const uint32_t code = static_cast<uint32_t>(ch);
-    return code < kStopsSize && m_Stops[code];
+    return code < 0x80 && !m_Plain[code];
   }
-
-  static constexpr uint32_t kStopsSize = 128;
 
   InputFile& m_In;
   FieldTab& m_Tab;
   const wchar_t m_Marker;
-  bool m_Stops[kStopsSize] = {};
+  // Bytes that StoreText puts into a run as they are: ASCII other than
+  // the stops. Bytes from 0x80 begin a longer sequence for the decoder.
+  bool m_Plain[256] = {};
   bool m_Held = false;
   wchar_t m_HeldCh = 0;
   // The input ended inside StoreText: it is not read again.

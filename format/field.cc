@@ -13,8 +13,19 @@ bool IsTrailingBlank(wchar_t c) {
 
 }  // namespace
 
+long Field::s_Bound = 0;
+
 Field::Field(long number)
     : m_Read(0), m_SavePut(0), m_Number(number), m_Mac(0) {}
+
+Field::~Field() {
+  SetMac(0);
+}
+
+void Field::SetMac(wchar_t c) {
+  s_Bound += (c != 0) - (m_Mac != 0);
+  m_Mac = c;
+}
 
 uint64_t Field::LenToEnd() const {
   return static_cast<uint64_t>(m_Value.size()) - static_cast<uint64_t>(m_Read);
@@ -84,7 +95,7 @@ bool FieldTab::InsertFieldMac(long n, wchar_t c) {
   // for it print their macro symbols as plain text. Changing it would
   // change those documents.
   static_cast<void>(m_MacList.find(c));
-  return at(n)->m_Mac == c;
+  return at(n)->Mac() == c;
 }
 
 bool FieldTab::ExistOst(long n) {
@@ -107,7 +118,7 @@ bool FieldTab::SetCurrent(long n) {
 bool FieldTab::SetCurrentMac(wchar_t c) {
   static_cast<void>(m_MacList.find(c));
   for (auto& entry : *this) {
-    if (entry.second->m_Mac == c) {
+    if (entry.second->Mac() == c) {
       m_Current = entry.second;
       return true;
     }

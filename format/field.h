@@ -16,6 +16,11 @@ constexpr wchar_t kValueSeparator = L'\x01';
 class Field {
  public:
   explicit Field(long number);
+  ~Field();
+
+  // A copy would be a second field with the same binding; none is made.
+  Field(const Field&) = delete;
+  Field& operator=(const Field&) = delete;
 
   // True while unread text remains.
   bool Exist() const { return m_Read < static_cast<int64_t>(m_Value.size()); }
@@ -50,11 +55,28 @@ class Field {
   // Removes trailing " \t\r\n".
   void TrimRight();
 
+  // The macro character bound to the field; 0 for none.
+  wchar_t Mac() const { return m_Mac; }
+  // Binds c (0: unbinds). Nothing in the program binds a character: the
+  // template's declarations are refused. The count of bound fields kept
+  // here lets the line formatter skip its two macro lookups for every
+  // character while no field anywhere is bound, which is always.
+  void SetMac(wchar_t c);
+  static long BoundCount() { return s_Bound; }
+
   int64_t m_Read;
   int64_t m_SavePut;
   long m_Number;
+
+ private:
   wchar_t m_Mac;
+
+ public:
   std::wstring m_Value;
+
+ private:
+  // Live fields whose macro character is not 0.
+  static long s_Bound;
 };
 
 // Fields by number, with one current field on which most operations act.

@@ -84,10 +84,14 @@ void Replace(wchar_t* line, int* len, int at, int old_len, const wchar_t* text,
 
 // True when some field of tab carries a macro character. Nothing in the
 // program binds one, so this lets the scan skip two table walks for every
-// character of every line without changing what it finds.
+// character of every line without changing what it finds; while no field
+// at all is bound, the tables are not even looked at.
 bool HasMacros(const FieldTab& tab) {
+  if (Field::BoundCount() == 0) {
+    return false;
+  }
   for (const auto& entry : tab) {
-    if (entry.second != nullptr && entry.second->m_Mac != 0) {
+    if (entry.second != nullptr && entry.second->Mac() != 0) {
       return true;
     }
   }

@@ -3,9 +3,53 @@
 #include <stdio.h>
 
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <string>
 
+#include "textio/stream_bytes.h"
 #include "textio/utf8.h"
+
+namespace {
+
+// Line text that GetLine stores without a second look: ASCII above the
+// carriage return. Line feeds, carriage returns, the other low control
+// characters and the bytes that begin a longer sequence take the
+// character-by-character path.
+bool IsLineText(unsigned char b) {
+  return b > '\r' && b < 0x80;
+}
+
+// Takes the pending line text at the head of stream's buffer, at most room
+// characters, into out; returns how many. Template lines are mostly long
+// runs of it, tested eight bytes at a time: in x - 0x0E0E..0E the lowest
+// byte below 0x0E borrows and gets its top bit set, and a byte from 0x80
+// on has it set in x, so the test fails unless all eight are line text.
+size_t TakeLineText(FILE* stream, wchar_t* out, size_t room) {
+  constexpr uint64_t kEachByte = 0x0101010101010101u;
+  const PendingBytes bytes = Pending(stream);
+  const unsigned char* p = bytes.next;
+  const size_t avail = static_cast<size_t>(bytes.end - p);
+  const size_t limit = avail < room ? avail : room;
+  size_t k = 0;
+  for (; limit - k >= 8; k += 8) {
+    uint64_t x;
+    std::memcpy(&x, p + k, sizeof x);
+    if ((((x - 0x0E * kEachByte) | x) & (0x80 * kEachByte)) != 0)
+      break;
+    for (size_t j = 0; j < 8; ++j) {
+      out[k + j] = static_cast<wchar_t>(p[k + j]);
+    }
+  }
+  while (k < limit && IsLineText(p[k])) {
+    out[k] = static_cast<wchar_t>(p[k]);
+    ++k;
+  }
+  TakePending(stream, p + k);
+  return k;
+}
+
+}  // namespace
 
 InputFile::InputFile(wchar_t const* name)
     : m_Stream(nullptr), m_Back(0), m_IsBack(false) {
@@ -100,15 +144,16 @@ bool InputFile::GetLine(wchar_t* buf, int max) {
     if (stream == nullptr)
       break;
     // Every printed line is read again from the template, so this loop
-    // runs for every character of the document. Plain ASCII above the
-    // control characters needs none of the tests above but the length
-    // one, and is taken here byte after byte without leaving the loop.
-    // Characters are stored while fewer than max + 1 are in buf.
+    // runs for every character of the document. Line text needs none of
+    // the tests above but the length one: what the stream has buffered of
+    // it is taken in one go, and the rest byte after byte without leaving
+    // the loop. Characters are stored while fewer than max + 1 are in buf.
     wchar_t* out = buf + n;
     wchar_t* const full = buf + (static_cast<ptrdiff_t>(max) + 1);
     for (;;) {
+      out += TakeLineText(stream, out, static_cast<size_t>(full - out));
       const int b = getc_unlocked(stream);
-      if (b > '\r' && b < 0x80) {
+      if (b != EOF && IsLineText(static_cast<unsigned char>(b))) {
         if (out >= full) {
           *out = 0;
           return true;
@@ -140,6 +185,11 @@ void InputFile::SetFilePointer(long pos) {
   if (!feof(m_Stream)) {
     long here = ftell(m_Stream);
     if (here >= 0 && pos >= here && pos - here <= kReadOverMax) {
+      const PendingBytes bytes = Pending(m_Stream);
+      const long avail = static_cast<long>(bytes.end - bytes.next);
+      const long skip = pos - here < avail ? pos - here : avail;
+      TakePending(m_Stream, bytes.next + skip);
+      here += skip;
       while (here < pos && getc_unlocked(m_Stream) != EOF) {
         ++here;
       }

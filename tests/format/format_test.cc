@@ -171,7 +171,7 @@ void FillTables() {
   Fill(rcd, 2, L"12.50");
   Fill(rcd, 4, L"Bob");
   Fill(rcd, 5, L"abc^def");
-  rcd.at(4)->m_Mac = L'N';
+  rcd.at(4)->SetMac(L'N');
 }
 
 TEST(ConvStrTest, MarkerEdges) {

@@ -1,0 +1,64 @@
+// The bytes a C stream has read ahead into its own buffer and not yet
+// handed out, for the loops that read the table and the template.
+#ifndef FORMFILL_TEXTIO_STREAM_BYTES_H_
+#define FORMFILL_TEXTIO_STREAM_BYTES_H_
+
+#include <stdio.h>
+
+#include <cstddef>
+
+// Every byte of the table, and every byte of every printed template line,
+// is read one at a time. getc_unlocked takes it from the stream's buffer,
+// but keeps the buffer's read pointer in the stream, where a loop has to
+// load it, compare it and store it back for each byte. A loop that walks
+// the buffered bytes with the pointer in a register and hands the new
+// position back once takes exactly the bytes that as many getc calls would
+// give, and the stream goes on after them; getc itself refills the buffer
+// when these run out. Where the C library's stream layout is not known,
+// nothing is pending and the callers' getc paths do all the reading.
+struct PendingBytes {
+  const unsigned char* next;
+  const unsigned char* end;
+};
+
+inline PendingBytes Pending(FILE* stream) {
+#if defined(__GLIBC__) && !defined(__UCLIBC__)
+  return {reinterpret_cast<const unsigned char*>(stream->_IO_read_ptr),
+          reinterpret_cast<const unsigned char*>(stream->_IO_read_end)};
+#else
+  static_cast<void>(stream);
+  return {nullptr, nullptr};
+#endif
+}
+
+// Marks the pending bytes before upto as read; upto lies in the range that
+// Pending gave, and nothing has read from the stream since.
+inline void TakePending(FILE* stream, const unsigned char* upto) {
+#if defined(__GLIBC__) && !defined(__UCLIBC__)
+  stream->_IO_read_ptr =
+      const_cast<char*>(reinterpret_cast<const char*>(upto));
+#else
+  static_cast<void>(stream);
+  static_cast<void>(upto);
+#endif
+}
+
+// Takes the pending bytes while plain(byte) holds, at most room of them,
+// each stored in out as the wide character of the same value. Returns how
+// many were taken.
+template <typename IsPlain>
+size_t TakeWhile(FILE* stream, wchar_t* out, size_t room, IsPlain plain) {
+  const PendingBytes bytes = Pending(stream);
+  const unsigned char* p = bytes.next;
+  const size_t avail = static_cast<size_t>(bytes.end - p);
+  const size_t limit = avail < room ? avail : room;
+  size_t k = 0;
+  while (k < limit && plain(p[k])) {
+    out[k] = static_cast<wchar_t>(p[k]);
+    ++k;
+  }
+  TakePending(stream, p + k);
+  return k;
+}
+
+#endif  // FORMFILL_TEXTIO_STREAM_BYTES_H_
