@@ -20,26 +20,40 @@ bool IsLineText(unsigned char b) {
   return b > '\r' && b < 0x80;
 }
 
+// True when all eight bytes of x are line text: in x - 0x0E0E..0E the
+// lowest byte below 0x0E borrows and gets its top bit set, and a byte from
+// 0x80 on has it set in x.
+bool AllLineText(uint64_t x) {
+  constexpr uint64_t kEachByte = 0x0101010101010101u;
+  return (((x - 0x0E * kEachByte) | x) & (0x80 * kEachByte)) == 0;
+}
+
+constexpr size_t kLineTextBlock = 16;
+
+// Widens a block of bytes known to be line text. Fixed-length loops over
+// buffers that do not overlap, which the compiler turns into a few vector
+// instructions for the whole block.
+void WidenBlock(const unsigned char* __restrict from, wchar_t* __restrict to) {
+  for (size_t k = 0; k < kLineTextBlock; ++k) {
+    to[k] = static_cast<wchar_t>(from[k]);
+  }
+}
+
 // Takes the pending line text at the head of stream's buffer, at most room
 // characters, into out; returns how many. Template lines are mostly long
-// runs of it, tested eight bytes at a time: in x - 0x0E0E..0E the lowest
-// byte below 0x0E borrows and gets its top bit set, and a byte from 0x80
-// on has it set in x, so the test fails unless all eight are line text.
+// runs of it, which are tested and widened a block at a time.
 size_t TakeLineText(FILE* stream, wchar_t* out, size_t room) {
-  constexpr uint64_t kEachByte = 0x0101010101010101u;
   const PendingBytes bytes = Pending(stream);
   const unsigned char* p = bytes.next;
   const size_t avail = static_cast<size_t>(bytes.end - p);
   const size_t limit = avail < room ? avail : room;
   size_t k = 0;
-  for (; limit - k >= 8; k += 8) {
-    uint64_t x;
-    std::memcpy(&x, p + k, sizeof x);
-    if ((((x - 0x0E * kEachByte) | x) & (0x80 * kEachByte)) != 0)
+  for (; limit - k >= kLineTextBlock; k += kLineTextBlock) {
+    uint64_t x[2];
+    std::memcpy(x, p + k, sizeof x);
+    if (!AllLineText(x[0]) || !AllLineText(x[1]))
       break;
-    for (size_t j = 0; j < 8; ++j) {
-      out[k + j] = static_cast<wchar_t>(p[k + j]);
-    }
+    WidenBlock(p + k, out + k);
   }
   while (k < limit && IsLineText(p[k])) {
     out[k] = static_cast<wchar_t>(p[k]);
@@ -177,16 +191,21 @@ bool InputFile::GetLine(wchar_t* buf, int max) {
 void InputFile::SetFilePointer(long pos) {
   // The C library makes a system call of every seek, even one inside its
   // buffer, and the template is re-read line by line. Lines printed one
-  // after another mostly follow each other in the file, or skip a command
-  // line or two: the stream is then left where it stands, or read over the
-  // bytes up to pos, which ends where the seek would. Anything else, and a
-  // stream at its end (the seek clears that), takes the seek.
+  // after another mostly follow each other in the file, skip a command line
+  // or two, or go back to the top of a loop: the stream is then moved
+  // inside its buffer, or read over the bytes up to pos, which ends where
+  // the seek would. Anything else, and a stream at its end (the seek clears
+  // that), takes the seek.
   constexpr long kReadOverMax = 256;
   if (!feof(m_Stream)) {
     long here = ftell(m_Stream);
-    if (here >= 0 && pos >= here && pos - here <= kReadOverMax) {
-      const PendingBytes bytes = Pending(m_Stream);
-      const long avail = static_cast<long>(bytes.end - bytes.next);
+    if (here >= 0 && pos < here &&
+        StepBack(m_Stream, static_cast<size_t>(here - pos))) {
+      return;
+    }
+    const PendingBytes bytes = Pending(m_Stream);
+    const long avail = static_cast<long>(bytes.end - bytes.next);
+    if (here >= 0 && pos >= here && pos - here <= avail + kReadOverMax) {
       const long skip = pos - here < avail ? pos - here : avail;
       TakePending(m_Stream, bytes.next + skip);
       here += skip;

@@ -63,27 +63,40 @@ size_t DecodeOne(const unsigned char* bytes, size_t i, size_t n, wchar_t& out) {
   return len;
 }
 
+constexpr size_t kAsciiBlock = 16;
+
+// Writes the kAsciiBlock characters at text to out as single bytes when all
+// of them are below U+0080, and returns whether it did. Fixed-length loops
+// over buffers that do not overlap, which the compiler turns into a few
+// vector instructions for the whole block.
+bool NarrowAsciiBlock(const wchar_t* __restrict text, char* __restrict out) {
+  uint32_t any = 0;
+  for (size_t k = 0; k < kAsciiBlock; ++k) {
+    any |= static_cast<uint32_t>(text[k]);
+  }
+  if (any >= 0x80) {
+    return false;
+  }
+  for (size_t k = 0; k < kAsciiBlock; ++k) {
+    out[k] = static_cast<char>(text[k]);
+  }
+  return true;
+}
+
 }  // namespace
 
 bool EncodeUtf8(const wchar_t* text, size_t len, char* out, size_t* written) {
   char* p = out;
   bool ok = true;
   for (size_t i = 0; i < len; ++i) {
-    // A document is mostly ASCII: eight characters below U+0080 are tested
-    // and copied together, in fixed-length loops without a branch each.
-    while (len - i >= 8) {
-      uint32_t any = 0;
-      for (size_t k = 0; k < 8; ++k) {
-        any |= static_cast<uint32_t>(text[i + k]);
-      }
-      if (any >= 0x80) {
-        break;
-      }
-      for (size_t k = 0; k < 8; ++k) {
-        p[k] = static_cast<char>(text[i + k]);
-      }
-      p += 8;
-      i += 8;
+    // A document is mostly ASCII, which goes in blocks, and what is left
+    // of an ASCII run before the next other character or the end one by one.
+    while (len - i >= kAsciiBlock && NarrowAsciiBlock(text + i, p)) {
+      p += kAsciiBlock;
+      i += kAsciiBlock;
+    }
+    while (i < len && static_cast<uint32_t>(text[i]) < 0x80) {
+      *p++ = static_cast<char>(text[i++]);
     }
     if (i == len) {
       break;
@@ -91,9 +104,7 @@ bool EncodeUtf8(const wchar_t* text, size_t len, char* out, size_t* written) {
     // wchar_t is signed: a negative value becomes a huge one here and is
     // refused with the values above the Unicode range.
     const uint32_t c = static_cast<uint32_t>(text[i]);
-    if (c < 0x80) {
-      *p++ = static_cast<char>(c);
-    } else if (c < 0x800) {
+    if (c < 0x800) {
       *p++ = static_cast<char>(0xC0 | (c >> 6));
       *p++ = static_cast<char>(0x80 | (c & 0x3F));
     } else if (c < 0x10000) {
