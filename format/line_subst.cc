@@ -11,6 +11,7 @@
 #include "format/field.h"
 #include "template/blank.h"
 #include "template/line.h"
+#include "textio/char_blocks.h"
 #include "textio/helpers.h"
 
 namespace {
@@ -20,23 +21,25 @@ bool IsDigit(wchar_t c) {
 }
 
 // True for the characters that may begin a marker: a field reference ("$",
-// "&"), the page counter ("#") or a value marker ("@"). Every character of
-// every printed line is tested, hence one bit test on the offset from "#".
+// "&"), the page counter ("#") or a value marker ("@").
 bool MayStartMarker(wchar_t c) {
-  constexpr uint32_t kMarkers = 1u << (L'#' - L'#') | 1u << (L'$' - L'#') |
-                                1u << (L'&' - L'#') | 1u << (L'@' - L'#');
-  const uint32_t offset =
-      static_cast<uint32_t>(c) - static_cast<uint32_t>(L'#');
-  return offset < 32 && ((kMarkers >> offset) & 1u) != 0;
+  return c == L'#' || c == L'$' || c == L'&' || c == L'@';
+}
+
+// Index of the first character from k on that may begin a marker, or len,
+// the line's end. No null comes before len: the line is a C string of that
+// length, and values are placed and inserted only up to a null.
+int NextMarker(const wchar_t* line, int k, int len) {
+  return static_cast<int>(FindFirstOf<L'#', L'$', L'&', L'@'>(
+      line, static_cast<size_t>(k), static_cast<size_t>(len)));
 }
 
 // Index of the character at which the stretch whose text starts at k
 // stops: the first "?" (which closes it), "$" or "&" (the marker of the
-// next reference) from k on, or len, the line's end. No null comes before
-// len: values are placed and inserted only up to a null. Three searches by
-// the library, each only as far as the ones before found, are much cheaper
-// than a loop over every position of every stretch.
-int StretchStop(const wchar_t* line, int len, int k) {
+// next reference) from k on, or len. Three searches by the library, each
+// only as far as the ones before found, cost less here than one search for
+// all three: stretches are short, and the library's search is the faster.
+int StretchStop(const wchar_t* line, int k, int len) {
   int stop = len;
   for (const wchar_t c : {L'?', L'$', L'&'}) {
     const wchar_t* found =
@@ -133,7 +136,7 @@ int ConvField(wchar_t* line, int len, int i) {
   // A record stretch keeps the template's characters where the value does
   // not reach, so a form can carry filler such as dots after a short value;
   // a header stretch is cleared.
-  const int stop = StretchStop(line, len, k);
+  const int stop = StretchStop(line, k, len);
   if (header) {
     std::wmemset(line + k, L' ', static_cast<size_t>(stop - k));
   }
@@ -275,7 +278,7 @@ std::wstring Line::ConvStr() const {
       continue;
     }
     if (!MayStartMarker(c)) {
-      ++i;
+      i = macros ? i + 1 : NextMarker(line, i + 1, len);
       continue;
     }
     const wchar_t next = line[i + 1];

@@ -35,15 +35,6 @@ OutputFile::OutputFile(wchar_t const* name, bool append)
   // afresh, and the scripts around the program expect a file holding one
   // run only.
   m_Stream = fopen(path.c_str(), "wb");
-  if (m_Stream != nullptr) {
-    // The library's default buffer is one disk block, which makes a system
-    // call of every few lines of the document. Given before any other
-    // operation on the stream, as the library requires; it lives as long
-    // as the object, which closes the stream first.
-    m_Buffer.reset(new char[kOutputBuffer]);
-    static_cast<void>(
-        setvbuf(m_Stream, m_Buffer.get(), _IOFBF, kOutputBuffer));
-  }
   if (m_Stream != nullptr && append) {
     fseek(m_Stream, 0, SEEK_END);
   }

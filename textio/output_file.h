@@ -2,7 +2,6 @@
 #define FORMFILL_TEXTIO_OUTPUT_FILE_H_
 
 #include <cstdio>
-#include <memory>
 #include <string>
 
 // The one shared "CON" text. An OutputFile constructed with this very
@@ -36,10 +35,6 @@ class OutputFile {
 
  private:
   void Write(const wchar_t* text, size_t len);
-
-  // The stream's buffer (file output only).
-  static constexpr size_t kOutputBuffer = size_t{1} << 16;
-  std::unique_ptr<char[]> m_Buffer;
 };
 
 #endif  // FORMFILL_TEXTIO_OUTPUT_FILE_H_

@@ -1,0 +1,54 @@
+// Searches over wide text that test a block of characters at a time.
+#ifndef FORMFILL_TEXTIO_CHAR_BLOCKS_H_
+#define FORMFILL_TEXTIO_CHAR_BLOCKS_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+// Every character of every printed line is looked at, mostly only to find
+// that it is plain text. A block of characters is compared with each
+// wanted character at once, in the compiler's vector type (a few vector
+// instructions on any target, plain loops where there are none), instead
+// of a compare and a branch per character and wanted character.
+namespace char_blocks {
+
+using Lanes = int32_t __attribute__((vector_size(16)));
+static_assert(sizeof(wchar_t) == sizeof(int32_t), "wide characters are 32-bit");
+
+constexpr size_t kLanes = sizeof(Lanes) / sizeof(wchar_t);
+constexpr size_t kBlock = 4 * kLanes;
+
+// True when one of the kBlock characters at p is one of Cs.
+template <wchar_t... Cs>
+inline bool BlockHasAny(const wchar_t* p) {
+  Lanes found = {};
+  for (size_t k = 0; k < kBlock; k += kLanes) {
+    Lanes chars;
+    std::memcpy(&chars, p + k, sizeof chars);
+    found |= ((chars == static_cast<int32_t>(Cs)) | ...);
+  }
+  int32_t any = 0;
+  for (size_t k = 0; k < kLanes; ++k) {
+    any |= found[k];
+  }
+  return any != 0;
+}
+
+}  // namespace char_blocks
+
+// Index of the first character of text[from, to) that is one of Cs, or to.
+template <wchar_t... Cs>
+size_t FindFirstOf(const wchar_t* text, size_t from, size_t to) {
+  using char_blocks::kBlock;
+  while (to - from >= kBlock &&
+         !char_blocks::BlockHasAny<Cs...>(text + from)) {
+    from += kBlock;
+  }
+  while (from < to && ((text[from] != Cs) && ...)) {
+    ++from;
+  }
+  return from;
+}
+
+#endif  // FORMFILL_TEXTIO_CHAR_BLOCKS_H_
