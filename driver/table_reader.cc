@@ -28,6 +28,7 @@ class Scan {
     for (unsigned b = 0; b < 0x80; ++b) {
       m_Plain[b] = true;
     }
+    // The same stops as in the block test of StoreText.
     for (const wchar_t stop : {L'\0', L'\n', marker, L'@', L'\\'}) {
       m_Plain[stop] = false;
     }
@@ -62,8 +63,13 @@ class Scan {
       if (stream != nullptr) {
         // What the stream has buffered of the text goes into the run
         // straight away; the byte that ends it is read below.
-        n += TakeWhile(stream, run + n, kRunMax - n,
-                       [this](unsigned char b) { return m_Plain[b]; });
+        n += TakeWhile(
+            stream, run + n, kRunMax - n,
+            [this](unsigned char b) { return m_Plain[b]; },
+            [this](ByteBlock b) {
+              return NoLane((b < 0) | (b == 0) | (b == '\n') |
+                            (b == m_MarkerByte) | (b == '@') | (b == '\\'));
+            });
         if (n == kRunMax) {
           Append(run, n);
           n = 0;
@@ -159,6 +165,7 @@ class Scan {
   InputFile& m_In;
   FieldTab& m_Tab;
   const wchar_t m_Marker;
+  const signed char m_MarkerByte = static_cast<signed char>(m_Marker);
   // Bytes that StoreText puts into a run as they are: ASCII other than
   // the stops. Bytes from 0x80 begin a longer sequence for the decoder.
   bool m_Plain[256] = {};

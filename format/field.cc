@@ -83,7 +83,18 @@ bool FieldTab::InsertField(long n) {
   auto field = std::make_unique<Field>(n);
   emplace(n, field.get());
   field.release();
+  m_Order.clear();
   return true;
+}
+
+const std::vector<Field*>& FieldTab::Fields() {
+  if (m_Order.size() != size()) {
+    m_Order.clear();
+    for (const auto& entry : *this) {
+      m_Order.push_back(entry.second);
+    }
+  }
+  return m_Order;
 }
 
 bool FieldTab::InsertFieldMac(long n, wchar_t c) {
@@ -161,21 +172,21 @@ void FieldTab::DelEndBlankField() {
 }
 
 bool FieldTab::Exist() {
-  for (auto& entry : *this) {
-    if (entry.second->Exist())
+  for (const Field* field : Fields()) {
+    if (field->Exist())
       return true;
   }
   return false;
 }
 
 void FieldTab::Clear() {
-  for (auto& entry : *this)
-    entry.second->Clear();
+  for (Field* field : Fields())
+    field->Clear();
 }
 
 void FieldTab::First() {
-  for (auto& entry : *this)
-    entry.second->First();
+  for (Field* field : Fields())
+    field->First();
 }
 
 void FieldTab::First(long n) {
@@ -191,15 +202,14 @@ std::wstring FieldTab::FirstValue(long n) {
 }
 
 void FieldTab::DelEndBlank() {
-  for (auto& entry : *this)
-    entry.second->TrimRight();
+  for (Field* field : Fields())
+    field->TrimRight();
 }
 
 int64_t FieldTab::AllOst() {
   int64_t total = 0;
-  for (auto& entry : *this) {
-    total += static_cast<int64_t>(entry.second->m_Value.size()) -
-             entry.second->m_Read;
+  for (const Field* field : Fields()) {
+    total += static_cast<int64_t>(field->m_Value.size()) - field->m_Read;
   }
   return total;
 }
@@ -210,6 +220,7 @@ void FieldTab::freeAll() {
     entry.second = nullptr;
   }
   clear();
+  m_Order.clear();
   // The current field was one of those just deleted.
   m_Current = nullptr;
 }

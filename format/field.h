@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <vector>
 
 // Parts successive values within one field.
 constexpr wchar_t kValueSeparator = L'\x01';
@@ -141,6 +142,15 @@ class FieldTab : public std::map<long, Field*> {
 
   Field* m_Current;
   std::wstring m_MacList;
+
+ private:
+  // The fields in ascending number, for the operations on every field:
+  // the template logic asks after every printed line how much is left,
+  // and a walk over a vector costs a fraction of one over the map's
+  // nodes. Kept in step by InsertField and freeAll, and made afresh should
+  // the map have been changed around them.
+  const std::vector<Field*>& Fields();
+  std::vector<Field*> m_Order;
 };
 
 #endif  // FORMFILL_FORMAT_FIELD_H_

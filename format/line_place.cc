@@ -26,6 +26,10 @@ bool Line::IsRasdel(wchar_t c) {
 }
 
 void Line::DelTab(const wchar_t* src, wchar_t* dst) {
+  static_cast<void>(DelTabLength(src, dst));
+}
+
+int Line::DelTabLength(const wchar_t* src, wchar_t* dst) {
   // The line ends after the last character that is neither a blank nor a
   // line feed. Carriage returns and tabs at the end stay: old templates rely
   // on a trailing tab to keep a line's width.
@@ -40,7 +44,7 @@ void Line::DelTab(const wchar_t* src, wchar_t* dst) {
     // memcpy, not wmemcpy: the library's wmemcpy is a call around it.
     std::memcpy(dst, src, n * sizeof(wchar_t));
     dst[n] = 0;
-    return;
+    return static_cast<int>(n);
   }
   // The tab stop comes from the tab's index in the source, not from the
   // output column, so a second tab does not reach the next stop of the
@@ -59,6 +63,7 @@ void Line::DelTab(const wchar_t* src, wchar_t* dst) {
     }
   }
   dst[n] = 0;
+  return n;
 }
 
 namespace {

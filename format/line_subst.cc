@@ -247,6 +247,7 @@ int ConvValue(wchar_t* line, int* len, int i) {
 
 std::wstring Line::ConvStr() const {
   wchar_t line[kLineBuf];
+  int len = 0;
   {
     wchar_t raw[kRawLineBuf];
     raw[0] = L'\0';
@@ -254,9 +255,8 @@ std::wstring Line::ConvStr() const {
       Blank::m_File.SetFilePointer(static_cast<long>(pos));
       Blank::m_File.GetLine(raw, kMaxLine);
     }
-    Line::DelTab(raw, line);
+    len = Line::DelTabLength(raw, line);
   }
-  int len = static_cast<int>(std::wcslen(line));
   if (len == 0) {
     return std::wstring();
   }

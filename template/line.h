@@ -30,6 +30,8 @@ struct Line {
   // Copies src into dst (kLineBuf characters) without trailing blanks and
   // line feeds, tabs expanded; cut at kMaxLine characters.
   static void DelTab(const wchar_t* src, wchar_t* dst);
+  // DelTab, giving the length of what it wrote to dst.
+  static int DelTabLength(const wchar_t* src, wchar_t* dst);
   // True when c may end a line's part of a wrapped value.
   static bool IsRasdel(wchar_t c);
 

@@ -3,8 +3,6 @@
 #include <stdio.h>
 
 #include <cstddef>
-#include <cstdint>
-#include <cstring>
 #include <string>
 
 #include "textio/stream_bytes.h"
@@ -20,47 +18,12 @@ bool IsLineText(unsigned char b) {
   return b > '\r' && b < 0x80;
 }
 
-// True when all eight bytes of x are line text: in x - 0x0E0E..0E the
-// lowest byte below 0x0E borrows and gets its top bit set, and a byte from
-// 0x80 on has it set in x.
-bool AllLineText(uint64_t x) {
-  constexpr uint64_t kEachByte = 0x0101010101010101u;
-  return (((x - 0x0E * kEachByte) | x) & (0x80 * kEachByte)) == 0;
-}
-
-constexpr size_t kLineTextBlock = 16;
-
-// Widens a block of bytes known to be line text. Fixed-length loops over
-// buffers that do not overlap, which the compiler turns into a few vector
-// instructions for the whole block.
-void WidenBlock(const unsigned char* __restrict from, wchar_t* __restrict to) {
-  for (size_t k = 0; k < kLineTextBlock; ++k) {
-    to[k] = static_cast<wchar_t>(from[k]);
-  }
-}
-
 // Takes the pending line text at the head of stream's buffer, at most room
 // characters, into out; returns how many. Template lines are mostly long
-// runs of it, which are tested and widened a block at a time.
+// runs of it.
 size_t TakeLineText(FILE* stream, wchar_t* out, size_t room) {
-  const PendingBytes bytes = Pending(stream);
-  const unsigned char* p = bytes.next;
-  const size_t avail = static_cast<size_t>(bytes.end - p);
-  const size_t limit = avail < room ? avail : room;
-  size_t k = 0;
-  for (; limit - k >= kLineTextBlock; k += kLineTextBlock) {
-    uint64_t x[2];
-    std::memcpy(x, p + k, sizeof x);
-    if (!AllLineText(x[0]) || !AllLineText(x[1]))
-      break;
-    WidenBlock(p + k, out + k);
-  }
-  while (k < limit && IsLineText(p[k])) {
-    out[k] = static_cast<wchar_t>(p[k]);
-    ++k;
-  }
-  TakePending(stream, p + k);
-  return k;
+  return TakeWhile(stream, out, room, IsLineText,
+                   [](ByteBlock b) { return NoLane(b <= '\r'); });
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <stdio.h>
 
 #include <cstddef>
+#include <cstring>
 
 // Every byte of the table, and every byte of every printed template line,
 // is read one at a time. getc_unlocked takes it from the stream's buffer,
@@ -65,16 +66,49 @@ inline bool StepBack(FILE* stream, size_t n) {
   return false;
 }
 
+// Sixteen bytes in the compiler's vector type: a test on all of them at
+// once is a few vector instructions on any target (plain loops where there
+// are none). Bytes from 0x80 on are negative.
+using ByteBlock = signed char __attribute__((vector_size(16)));
+constexpr size_t kByteBlock = sizeof(ByteBlock);
+
+// True when no lane of a comparison's result is set.
+inline bool NoLane(ByteBlock lanes) {
+  unsigned long long halves[2];
+  static_assert(sizeof halves == sizeof lanes, "two halves make a block");
+  std::memcpy(halves, &lanes, sizeof halves);
+  return (halves[0] | halves[1]) == 0;
+}
+
+// Widens a block of bytes into wide characters of the same values. A
+// fixed-length loop over buffers that do not overlap, which the compiler
+// does in a few vector instructions.
+inline void WidenBlock(const unsigned char* __restrict from,
+                       wchar_t* __restrict to) {
+  for (size_t k = 0; k < kByteBlock; ++k) {
+    to[k] = static_cast<wchar_t>(from[k]);
+  }
+}
+
 // Takes the pending bytes while plain(byte) holds, at most room of them,
-// each stored in out as the wide character of the same value. Returns how
-// many were taken.
-template <typename IsPlain>
-size_t TakeWhile(FILE* stream, wchar_t* out, size_t room, IsPlain plain) {
+// each stored in out as the wide character of the same value, and returns
+// how many were taken. plain_block(block) must be true exactly when plain
+// holds for all bytes of the block: long runs go a block at a time.
+template <typename IsPlain, typename IsPlainBlock>
+size_t TakeWhile(FILE* stream, wchar_t* out, size_t room, IsPlain plain,
+                 IsPlainBlock plain_block) {
   const PendingBytes bytes = Pending(stream);
   const unsigned char* p = bytes.next;
   const size_t avail = static_cast<size_t>(bytes.end - p);
   const size_t limit = avail < room ? avail : room;
   size_t k = 0;
+  for (; limit - k >= kByteBlock; k += kByteBlock) {
+    ByteBlock block;
+    std::memcpy(&block, p + k, sizeof block);
+    if (!plain_block(block))
+      break;
+    WidenBlock(p + k, out + k);
+  }
   while (k < limit && plain(p[k])) {
     out[k] = static_cast<wchar_t>(p[k]);
     ++k;
