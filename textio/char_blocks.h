@@ -35,6 +35,21 @@ inline bool BlockHasAny(const wchar_t* p) {
   return any != 0;
 }
 
+// True when all kBlock characters at p are below U+0080 (none negative).
+inline bool BlockIsAscii(const wchar_t* p) {
+  Lanes bits = {};
+  for (size_t k = 0; k < kBlock; k += kLanes) {
+    Lanes chars;
+    std::memcpy(&chars, p + k, sizeof chars);
+    bits |= chars;
+  }
+  bits &= ~0x7F;
+  uint64_t halves[2];
+  static_assert(sizeof halves == sizeof bits, "two halves make the lanes");
+  std::memcpy(halves, &bits, sizeof halves);
+  return (halves[0] | halves[1]) == 0;
+}
+
 }  // namespace char_blocks
 
 // Index of the first character of text[from, to) that is one of Cs, or to.

@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <stdexcept>
 
+#include "textio/char_blocks.h"
+
 namespace {
 
 constexpr uint32_t kMaxCodePoint = 0x10FFFF;
@@ -63,21 +65,17 @@ size_t DecodeOne(const unsigned char* bytes, size_t i, size_t n, wchar_t& out) {
   return len;
 }
 
-constexpr size_t kAsciiBlock = 16;
+using char_blocks::kBlock;
 
-// Writes the kAsciiBlock characters at text to out as single bytes when all
-// of them are below U+0080, and returns whether it did. Fixed-length loops
-// over buffers that do not overlap, which the compiler turns into a few
-// vector instructions for the whole block.
+// Writes the kBlock characters at text to out as single bytes when all of
+// them are below U+0080, and returns whether it did. The narrowing is a
+// fixed-length loop over buffers that do not overlap, which the compiler
+// does in a few vector instructions.
 bool NarrowAsciiBlock(const wchar_t* __restrict text, char* __restrict out) {
-  uint32_t any = 0;
-  for (size_t k = 0; k < kAsciiBlock; ++k) {
-    any |= static_cast<uint32_t>(text[k]);
-  }
-  if (any >= 0x80) {
+  if (!char_blocks::BlockIsAscii(text)) {
     return false;
   }
-  for (size_t k = 0; k < kAsciiBlock; ++k) {
+  for (size_t k = 0; k < kBlock; ++k) {
     out[k] = static_cast<char>(text[k]);
   }
   return true;
@@ -91,9 +89,9 @@ bool EncodeUtf8(const wchar_t* text, size_t len, char* out, size_t* written) {
   for (size_t i = 0; i < len; ++i) {
     // A document is mostly ASCII, which goes in blocks, and what is left
     // of an ASCII run before the next other character or the end one by one.
-    while (len - i >= kAsciiBlock && NarrowAsciiBlock(text + i, p)) {
-      p += kAsciiBlock;
-      i += kAsciiBlock;
+    while (len - i >= kBlock && NarrowAsciiBlock(text + i, p)) {
+      p += kBlock;
+      i += kBlock;
     }
     while (i < len && static_cast<uint32_t>(text[i]) < 0x80) {
       *p++ = static_cast<char>(text[i++]);
