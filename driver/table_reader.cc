@@ -67,8 +67,8 @@ class Scan {
             stream, run + n, kRunMax - n,
             [this](unsigned char b) { return m_Plain[b]; },
             [this](ByteBlock b) {
-              return NoLane((b < 0) | (b == 0) | (b == '\n') |
-                            (b == m_MarkerByte) | (b == '@') | (b == '\\'));
+              return (b < 0) | (b == 0) | (b == '\n') | (b == m_MarkerByte) |
+                     (b == '@') | (b == '\\');
             });
         if (n == kRunMax) {
           Append(run, n);

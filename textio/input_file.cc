@@ -23,7 +23,7 @@ bool IsLineText(unsigned char b) {
 // runs of it.
 size_t TakeLineText(FILE* stream, wchar_t* out, size_t room) {
   return TakeWhile(stream, out, room, IsLineText,
-                   [](ByteBlock b) { return NoLane(b <= '\r'); });
+                   [](ByteBlock b) { return b <= '\r'; });
 }
 
 }  // namespace

@@ -72,12 +72,27 @@ inline bool StepBack(FILE* stream, size_t n) {
 using ByteBlock = signed char __attribute__((vector_size(16)));
 constexpr size_t kByteBlock = sizeof(ByteBlock);
 
-// True when no lane of a comparison's result is set.
-inline bool NoLane(ByteBlock lanes) {
+// The index of the first set lane of a comparison's result (each lane is
+// all ones or all zeros), or kByteBlock when none is set.
+inline size_t FirstLane(ByteBlock lanes) {
   unsigned long long halves[2];
   static_assert(sizeof halves == sizeof lanes, "two halves make a block");
   std::memcpy(halves, &lanes, sizeof halves);
-  return (halves[0] | halves[1]) == 0;
+#if defined(__GNUC__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+  // Lane 0 is the lowest byte of the first half.
+  if (halves[0] != 0)
+    return static_cast<size_t>(__builtin_ctzll(halves[0])) / 8;
+  if (halves[1] != 0)
+    return 8 + static_cast<size_t>(__builtin_ctzll(halves[1])) / 8;
+  return kByteBlock;
+#else
+  if ((halves[0] | halves[1]) == 0)
+    return kByteBlock;
+  size_t k = 0;
+  while (lanes[k] == 0)
+    ++k;
+  return k;
+#endif
 }
 
 // Widens a block of bytes into wide characters of the same values. A
@@ -92,22 +107,28 @@ inline void WidenBlock(const unsigned char* __restrict from,
 
 // Takes the pending bytes while plain(byte) holds, at most room of them,
 // each stored in out as the wide character of the same value, and returns
-// how many were taken. plain_block(block) must be true exactly when plain
-// holds for all bytes of the block: long runs go a block at a time.
-template <typename IsPlain, typename IsPlainBlock>
+// how many were taken. stops(block) sets exactly the lanes of the bytes for
+// which plain does not hold: runs go a block at a time, and the block in
+// which a run ends is widened whole (out has the room) and taken up to the
+// first stop.
+template <typename IsPlain, typename StopLanes>
 size_t TakeWhile(FILE* stream, wchar_t* out, size_t room, IsPlain plain,
-                 IsPlainBlock plain_block) {
+                 StopLanes stops) {
   const PendingBytes bytes = Pending(stream);
   const unsigned char* p = bytes.next;
   const size_t avail = static_cast<size_t>(bytes.end - p);
   const size_t limit = avail < room ? avail : room;
   size_t k = 0;
-  for (; limit - k >= kByteBlock; k += kByteBlock) {
+  while (limit - k >= kByteBlock) {
     ByteBlock block;
     std::memcpy(&block, p + k, sizeof block);
-    if (!plain_block(block))
-      break;
     WidenBlock(p + k, out + k);
+    const size_t plain_bytes = FirstLane(stops(block));
+    k += plain_bytes;
+    if (plain_bytes < kByteBlock) {
+      TakePending(stream, p + k);
+      return k;
+    }
   }
   while (k < limit && plain(p[k])) {
     out[k] = static_cast<wchar_t>(p[k]);
