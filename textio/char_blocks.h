@@ -19,20 +19,47 @@ static_assert(sizeof(wchar_t) == sizeof(int32_t), "wide characters are 32-bit");
 constexpr size_t kLanes = sizeof(Lanes) / sizeof(wchar_t);
 constexpr size_t kBlock = 4 * kLanes;
 
-// True when one of the kBlock characters at p is one of Cs.
+// The index of the first set lane of a comparison's result (each lane is
+// all ones or all zeros), or kLanes when none is set.
+inline size_t FirstLane(Lanes lanes) {
+  uint64_t halves[2];
+  static_assert(sizeof halves == sizeof lanes, "two halves make the lanes");
+  std::memcpy(halves, &lanes, sizeof halves);
+#if defined(__GNUC__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+  // Lane 0 is the low half of the first half.
+  if (halves[0] != 0)
+    return static_cast<size_t>(__builtin_ctzll(halves[0])) / 32;
+  if (halves[1] != 0)
+    return 2 + static_cast<size_t>(__builtin_ctzll(halves[1])) / 32;
+  return kLanes;
+#else
+  size_t k = 0;
+  while (k < kLanes && lanes[k] == 0)
+    ++k;
+  return k;
+#endif
+}
+
+// The index of the first of the kBlock characters at p that is one of Cs,
+// or kBlock when none is.
 template <wchar_t... Cs>
-inline bool BlockHasAny(const wchar_t* p) {
-  Lanes found = {};
-  for (size_t k = 0; k < kBlock; k += kLanes) {
+inline size_t FirstInBlock(const wchar_t* p) {
+  Lanes hits[kBlock / kLanes];
+  Lanes any = {};
+  for (size_t k = 0; k < kBlock / kLanes; ++k) {
     Lanes chars;
-    std::memcpy(&chars, p + k, sizeof chars);
-    found |= ((chars == static_cast<int32_t>(Cs)) | ...);
+    std::memcpy(&chars, p + k * kLanes, sizeof chars);
+    hits[k] = ((chars == static_cast<int32_t>(Cs)) | ...);
+    any |= hits[k];
   }
-  int32_t any = 0;
-  for (size_t k = 0; k < kLanes; ++k) {
-    any |= found[k];
+  if (FirstLane(any) == kLanes) {
+    return kBlock;
   }
-  return any != 0;
+  size_t k = 0;
+  while (FirstLane(hits[k]) == kLanes) {
+    ++k;
+  }
+  return k * kLanes + FirstLane(hits[k]);
 }
 
 // True when all kBlock characters at p are below U+0080 (none negative).
@@ -56,8 +83,11 @@ inline bool BlockIsAscii(const wchar_t* p) {
 template <wchar_t... Cs>
 size_t FindFirstOf(const wchar_t* text, size_t from, size_t to) {
   using char_blocks::kBlock;
-  while (to - from >= kBlock &&
-         !char_blocks::BlockHasAny<Cs...>(text + from)) {
+  while (to - from >= kBlock) {
+    const size_t first = char_blocks::FirstInBlock<Cs...>(text + from);
+    if (first < kBlock) {
+      return from + first;
+    }
     from += kBlock;
   }
   while (from < to && ((text[from] != Cs) && ...)) {
