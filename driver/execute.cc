@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <iostream>
 #include <string>
+#include <string_view>
 
 #include "driver/tbl.h"
 #include "template/blank.h"
@@ -13,9 +14,12 @@ namespace {
 
 // Writes one line of the document with its line end in a single write.
 void WriteLine(const Line& line, OutputFile& out) {
-  std::wstring text = line.ConvStr();
-  text.push_back(L'\n');
-  out << text;
+  wchar_t text[kLineBuf];
+  const int len = line.ConvInto(text);
+  // The line end takes the terminator's place: a line holds at most
+  // kMaxLine characters, one fewer than the buffer.
+  text[len] = L'\n';
+  out << std::wstring_view(text, static_cast<size_t>(len) + 1);
 }
 
 // Writes the rest of the loaded section in closing mode, where backward

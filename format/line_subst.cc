@@ -238,6 +238,11 @@ int ConvValue(wchar_t* line, int* len, int i) {
 
 std::wstring Line::ConvStr() const {
   wchar_t line[kLineBuf];
+  const int len = ConvInto(line);
+  return std::wstring(line, static_cast<size_t>(len));
+}
+
+int Line::ConvInto(wchar_t* line) const {
   int len = 0;
   {
     wchar_t raw[kRawLineBuf];
@@ -249,7 +254,7 @@ std::wstring Line::ConvStr() const {
     len = Line::DelTabLength(raw, line);
   }
   if (len == 0) {
-    return std::wstring();
+    return 0;
   }
 
   FieldTab& hdr = Tbl::TabHdrField;
@@ -285,10 +290,5 @@ std::wstring Line::ConvStr() const {
       ++i;
     }
   }
-  // One character of room is kept, so that the caller can add the line
-  // end without the string moving: the terminator is copied along (len is
-  // at most kMaxLine, inside the buffer) and dropped again.
-  std::wstring text(line, static_cast<size_t>(len) + 1);
-  text.pop_back();
-  return text;
+  return len;
 }

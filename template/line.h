@@ -22,6 +22,10 @@ struct Line {
   // Re-reads the line from Blank::m_File at pos and returns it with every
   // marker substituted; consumes the text of the fields it prints.
   std::wstring ConvStr() const;
+  // ConvStr into line, a working buffer of kLineBuf characters, where the
+  // text is left terminated; returns its length, at most kMaxLine. The
+  // document is written from here, without a string made for every line.
+  int ConvInto(wchar_t* line) const;
 
   // Places the current field of tab into line[start..end], aligned, wrapped
   // at a separator (the rest stays in the field) or, with truncate, cut.

@@ -85,6 +85,11 @@ OutputFile& OutputFile::operator<<(std::wstring const& text) {
   return *this;
 }
 
+OutputFile& OutputFile::operator<<(std::wstring_view text) {
+  Write(text.data(), text.size());
+  return *this;
+}
+
 OutputFile& OutputFile::operator<<(wchar_t const* text) {
   if (text == nullptr) {
     throw std::logic_error("basic_string: construction from null is not valid");

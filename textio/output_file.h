@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <string>
+#include <string_view>
 
 // The one shared "CON" text. An OutputFile constructed with this very
 // pointer writes to standard output; any other pointer, even one that
@@ -26,6 +27,7 @@ class OutputFile {
   // a character above U+10FFFF throws std::range_error. Writes to an
   // unusable output are dropped. A null text throws std::logic_error.
   OutputFile& operator<<(std::wstring const& text);
+  OutputFile& operator<<(std::wstring_view text);
   OutputFile& operator<<(wchar_t const* text);
   // Decimal digits, '-' in front of a negative value, nothing else.
   OutputFile& operator<<(long value);
