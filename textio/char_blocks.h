@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "textio/vector_lanes.h"
+
 // Every character of every printed line is looked at, mostly only to find
 // that it is plain text. A block of characters is compared with each
 // wanted character at once, in the compiler's vector type (a few vector
@@ -18,27 +20,6 @@ static_assert(sizeof(wchar_t) == sizeof(int32_t), "wide characters are 32-bit");
 
 constexpr size_t kLanes = sizeof(Lanes) / sizeof(wchar_t);
 constexpr size_t kBlock = 4 * kLanes;
-
-// The index of the first set lane of a comparison's result (each lane is
-// all ones or all zeros), or kLanes when none is set.
-inline size_t FirstLane(Lanes lanes) {
-  uint64_t halves[2];
-  static_assert(sizeof halves == sizeof lanes, "two halves make the lanes");
-  std::memcpy(halves, &lanes, sizeof halves);
-#if defined(__GNUC__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-  // Lane 0 is the low half of the first half.
-  if (halves[0] != 0)
-    return static_cast<size_t>(__builtin_ctzll(halves[0])) / 32;
-  if (halves[1] != 0)
-    return 2 + static_cast<size_t>(__builtin_ctzll(halves[1])) / 32;
-  return kLanes;
-#else
-  size_t k = 0;
-  while (k < kLanes && lanes[k] == 0)
-    ++k;
-  return k;
-#endif
-}
 
 // The index of the first of the kBlock characters at p that is one of Cs,
 // or kBlock when none is.

@@ -8,6 +8,8 @@
 #include <cstddef>
 #include <cstring>
 
+#include "textio/vector_lanes.h"
+
 // Every byte of the table, and every byte of every printed template line,
 // is read one at a time. getc_unlocked takes it from the stream's buffer,
 // but keeps the buffer's read pointer in the stream, where a loop has to
@@ -71,29 +73,6 @@ inline bool StepBack(FILE* stream, size_t n) {
 // are none). Bytes from 0x80 on are negative.
 using ByteBlock = signed char __attribute__((vector_size(16)));
 constexpr size_t kByteBlock = sizeof(ByteBlock);
-
-// The index of the first set lane of a comparison's result (each lane is
-// all ones or all zeros), or kByteBlock when none is set.
-inline size_t FirstLane(ByteBlock lanes) {
-  unsigned long long halves[2];
-  static_assert(sizeof halves == sizeof lanes, "two halves make a block");
-  std::memcpy(halves, &lanes, sizeof halves);
-#if defined(__GNUC__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-  // Lane 0 is the lowest byte of the first half.
-  if (halves[0] != 0)
-    return static_cast<size_t>(__builtin_ctzll(halves[0])) / 8;
-  if (halves[1] != 0)
-    return 8 + static_cast<size_t>(__builtin_ctzll(halves[1])) / 8;
-  return kByteBlock;
-#else
-  if ((halves[0] | halves[1]) == 0)
-    return kByteBlock;
-  size_t k = 0;
-  while (lanes[k] == 0)
-    ++k;
-  return k;
-#endif
-}
 
 // Widens a block of bytes into wide characters of the same values. A
 // fixed-length loop over buffers that do not overlap, which the compiler
