@@ -71,13 +71,11 @@ class Field {
 
  private:
   wchar_t m_Mac;
+  // Live fields whose macro character is not 0.
+  static long s_Bound;
 
  public:
   std::wstring m_Value;
-
- private:
-  // Live fields whose macro character is not 0.
-  static long s_Bound;
 };
 
 // Fields by number, with one current field on which most operations act.
