@@ -67,6 +67,18 @@ bool WriteAll(const std::wstring& text, std::string& bytes) {
   return ok;
 }
 
+// Runs a conversion; false when it refused the text with std::range_error,
+// the only failure either converter may report.
+template <typename Convert>
+bool Converts(Convert convert) {
+  try {
+    convert();
+  } catch (const std::range_error&) {
+    return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -82,20 +94,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
 
   std::wstring_convert<std::codecvt_utf8<wchar_t>> facet;
-  std::string mine_bytes;
-  bool mine_ok = true;
-  try {
-    mine_bytes = ToUtf8(decoded);
-  } catch (const std::range_error&) {
-    mine_ok = false;
-  }
-  std::string facet_bytes;
-  bool facet_ok = true;
-  try {
-    facet_bytes = facet.to_bytes(decoded);
-  } catch (const std::range_error&) {
-    facet_ok = false;
-  }
+  std::string mine_bytes, facet_bytes;
+  const bool mine_ok = Converts([&] { mine_bytes = ToUtf8(decoded); });
+  const bool facet_ok =
+      Converts([&] { facet_bytes = facet.to_bytes(decoded); });
   if (mine_ok != facet_ok || (mine_ok && mine_bytes != facet_bytes)) {
     abort();
   }
@@ -103,22 +105,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     abort();
   }
 
-  std::string raw(reinterpret_cast<const char*>(data), size);
-  std::wstring mine_text;
-  mine_ok = true;
-  try {
-    mine_text = FromUtf8(raw);
-  } catch (const std::range_error&) {
-    mine_ok = false;
-  }
-  std::wstring facet_text;
-  facet_ok = true;
-  try {
-    facet_text = facet.from_bytes(raw);
-  } catch (const std::range_error&) {
-    facet_ok = false;
-  }
-  if (mine_ok != facet_ok || (mine_ok && mine_text != facet_text)) {
+  const std::string raw(reinterpret_cast<const char*>(data), size);
+  std::wstring mine_text, facet_text;
+  const bool mine_read = Converts([&] { mine_text = FromUtf8(raw); });
+  const bool facet_read =
+      Converts([&] { facet_text = facet.from_bytes(raw); });
+  if (mine_read != facet_read || (mine_read && mine_text != facet_text)) {
     abort();
   }
   return 0;
