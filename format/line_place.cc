@@ -26,14 +26,14 @@ bool Line::IsRasdel(wchar_t c) {
 }
 
 void Line::DelTab(const wchar_t* src, wchar_t* dst) {
-  static_cast<void>(DelTabLength(src, dst));
+  static_cast<void>(DelTabLength(src, std::wcslen(src), dst));
 }
 
-int Line::DelTabLength(const wchar_t* src, wchar_t* dst) {
+int Line::DelTabLength(const wchar_t* src, size_t src_len, wchar_t* dst) {
   // The line ends after the last character that is neither a blank nor a
   // line feed. Carriage returns and tabs at the end stay: old templates rely
   // on a trailing tab to keep a line's width.
-  size_t keep = std::wcslen(src);
+  size_t keep = src_len;
   while (keep > 0 && (src[keep - 1] == L' ' || src[keep - 1] == L'\n')) {
     --keep;
   }

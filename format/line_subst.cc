@@ -247,11 +247,12 @@ int Line::ConvInto(wchar_t* line) const {
   {
     wchar_t raw[kRawLineBuf];
     raw[0] = L'\0';
+    size_t raw_len = 0;
     if (Blank::m_File.IsOpen()) {
       Blank::m_File.SetFilePointer(static_cast<long>(pos));
-      Blank::m_File.GetLine(raw, kMaxLine);
+      Blank::m_File.GetLine(raw, kMaxLine, raw_len);
     }
-    len = Line::DelTabLength(raw, line);
+    len = Line::DelTabLength(raw, raw_len, line);
   }
   if (len == 0) {
     return 0;

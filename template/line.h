@@ -3,6 +3,7 @@
 #ifndef FORMFILL_TEMPLATE_LINE_H_
 #define FORMFILL_TEMPLATE_LINE_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -34,8 +35,9 @@ struct Line {
   // Copies src into dst (kLineBuf characters) without trailing blanks and
   // line feeds, tabs expanded; cut at kMaxLine characters.
   static void DelTab(const wchar_t* src, wchar_t* dst);
-  // DelTab, giving the length of what it wrote to dst.
-  static int DelTabLength(const wchar_t* src, wchar_t* dst);
+  // DelTab, giving the length of what it wrote to dst; src_len is
+  // wcslen(src), already known to the caller.
+  static int DelTabLength(const wchar_t* src, size_t src_len, wchar_t* dst);
   // True when c may end a line's part of a wrapped value.
   static bool IsRasdel(wchar_t c);
 

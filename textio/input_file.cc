@@ -93,8 +93,18 @@ void InputFile::PutBack(wchar_t ch) {
 }
 
 bool InputFile::GetLine(wchar_t* buf, int max) {
+  size_t text_len = 0;
+  return GetLine(buf, max, text_len);
+}
+
+bool InputFile::GetLine(wchar_t* buf, int max, size_t& text_len) {
   FILE* const stream = m_Stream;
   int n = 0;
+  // Where the first null was stored; the block path below takes none.
+  int first_null = -1;
+  const auto c_string_length = [&first_null](ptrdiff_t stored) {
+    return static_cast<size_t>(first_null >= 0 ? first_null : stored);
+  };
   wchar_t ch;
   // Only the first character can be a pushed-back one; the rest come
   // straight from the stream.
@@ -107,6 +117,7 @@ bool InputFile::GetLine(wchar_t* buf, int max) {
       if (ch == L'\n' && n <= max) {
         buf[n++] = ch;
         buf[n] = 0;
+        text_len = c_string_length(n);
         return true;
       }
       if (n > max) {
@@ -114,7 +125,11 @@ bool InputFile::GetLine(wchar_t* buf, int max) {
         // long line is left for the next call: old templates were laid
         // out around exactly this cut.
         buf[n] = 0;
+        text_len = c_string_length(n);
         return true;
+      }
+      if (ch == L'\0' && first_null < 0) {
+        first_null = n;
       }
       buf[n++] = ch;
     }
@@ -133,6 +148,7 @@ bool InputFile::GetLine(wchar_t* buf, int max) {
       if (b != EOF && IsLineText(static_cast<unsigned char>(b))) {
         if (out >= full) {
           *out = 0;
+          text_len = c_string_length(out - buf);
           return true;
         }
         *out++ = static_cast<wchar_t>(b);
@@ -148,6 +164,7 @@ bool InputFile::GetLine(wchar_t* buf, int max) {
     n = static_cast<int>(out - buf);
   }
   buf[n] = 0;
+  text_len = c_string_length(n);
   return n != 0;
 }
 
@@ -160,8 +177,8 @@ void InputFile::SetFilePointer(long pos) {
   // the seek would. Anything else, and a stream at its end (the seek clears
   // that), takes the seek.
   constexpr long kReadOverMax = 256;
-  if (!feof(m_Stream)) {
-    long here = ftell(m_Stream);
+  if (!EndSeen(m_Stream)) {
+    long here = ReadPosition(m_Stream);
     if (here >= 0 && pos < here &&
         StepBack(m_Stream, static_cast<size_t>(here - pos))) {
       return;
@@ -186,5 +203,5 @@ void InputFile::SetFilePointer(long pos) {
 }
 
 long InputFile::GetFilePointer() {
-  return ftell(m_Stream);
+  return ReadPosition(m_Stream);
 }

@@ -43,6 +43,10 @@ class InputFile {
   // When more than max + 1 characters come before the line feed, the one
   // that does not fit is lost. False only when nothing was stored.
   bool GetLine(wchar_t* buf, int max);
+  // GetLine, also giving in text_len the length of what buf holds as a C
+  // string: up to its first null, which a file may carry like any other
+  // character. Callers that go over the line again need not measure it.
+  bool GetLine(wchar_t* buf, int max, size_t& text_len);
 
   // Byte offsets from the start of the file; only while a file is open.
   // A failed seek is not reported.

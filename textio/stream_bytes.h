@@ -68,6 +68,32 @@ inline bool StepBack(FILE* stream, size_t n) {
   return false;
 }
 
+// feof without the stream's lock, where the C library has it.
+inline bool EndSeen(FILE* stream) {
+#if defined(__GLIBC__) && !defined(__UCLIBC__)
+  return feof_unlocked(stream) != 0;
+#else
+  return feof(stream) != 0;
+#endif
+}
+
+// The stream's position, as ftell gives it, for a stream that is only read:
+// the file offset its buffer was filled up to, less what it has not handed
+// out yet. ftell works this out too, but behind the stream's lock and the
+// library's general seek code, and the template stream's position is asked
+// for every printed line. Where the stream's layout is not known, or it
+// holds pushed-back bytes or an unknown offset, ftell answers.
+inline long ReadPosition(FILE* stream) {
+#if defined(__GLIBC__) && !defined(__UCLIBC__)
+  if (stream->_IO_buf_base != nullptr && stream->_IO_save_base == nullptr &&
+      stream->_IO_write_ptr == stream->_IO_write_base && stream->_offset >= 0) {
+    return static_cast<long>(stream->_offset -
+                             (stream->_IO_read_end - stream->_IO_read_ptr));
+  }
+#endif
+  return ftell(stream);
+}
+
 // Sixteen bytes in the compiler's vector type: a test on all of them at
 // once is a few vector instructions on any target (plain loops where there
 // are none). Bytes from 0x80 on are negative.
