@@ -6,13 +6,15 @@
 #include <cstdint>
 #include <cstring>
 
-#include "textio/vector_lanes.h"
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 // Every character of every printed line is looked at, mostly only to find
 // that it is plain text. A block of characters is compared with each
-// wanted character at once, in the compiler's vector type (a few vector
-// instructions on any target, plain loops where there are none), instead
-// of a compare and a branch per character and wanted character.
+// wanted character at once (a few vector instructions; plain loops where
+// the target has no vector unit), instead of a compare and a branch per
+// character and wanted character.
 namespace char_blocks {
 
 using Lanes = int32_t __attribute__((vector_size(16)));
@@ -21,26 +23,54 @@ static_assert(sizeof(wchar_t) == sizeof(int32_t), "wide characters are 32-bit");
 constexpr size_t kLanes = sizeof(Lanes) / sizeof(wchar_t);
 constexpr size_t kBlock = 4 * kLanes;
 
-// The index of the first of the kBlock characters at p that is one of Cs,
-// or kBlock when none is.
+// The lowest set bit of a nonzero mask.
+inline unsigned LowestBit(unsigned mask) {
+#if defined(__GNUC__)
+  return static_cast<unsigned>(__builtin_ctz(mask));
+#else
+  unsigned k = 0;
+  while ((mask & 1u) == 0) {
+    mask >>= 1;
+    ++k;
+  }
+  return k;
+#endif
+}
+
+// Bit k set when character k of the kBlock characters at p is one of Cs,
+// which are ASCII and not null.
 template <wchar_t... Cs>
-inline size_t FirstInBlock(const wchar_t* p) {
+inline unsigned HitMask(const wchar_t* p) {
+  static_assert(((Cs > 0 && Cs < 0x7F) && ...), "wanted characters are ASCII");
+#if defined(__SSE2__)
+  // The sixteen characters are narrowed to sixteen bytes, which are then
+  // compared all at once. The narrowing saturates: a character up to
+  // U+007E keeps its value, any other comes out as 0x7F or a negative
+  // byte, so none is taken for a wanted one.
+  __m128i part[4];
+  for (size_t k = 0; k < 4; ++k) {
+    part[k] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 4 * k));
+  }
+  const __m128i bytes = _mm_packs_epi16(_mm_packs_epi32(part[0], part[1]),
+                                        _mm_packs_epi32(part[2], part[3]));
+  __m128i hits = _mm_setzero_si128();
+  ((hits = _mm_or_si128(
+        hits, _mm_cmpeq_epi8(bytes, _mm_set1_epi8(static_cast<char>(Cs))))),
+   ...);
+  return static_cast<unsigned>(_mm_movemask_epi8(hits));
+#else
   Lanes hits[kBlock / kLanes];
-  Lanes any = {};
   for (size_t k = 0; k < kBlock / kLanes; ++k) {
     Lanes chars;
     std::memcpy(&chars, p + k * kLanes, sizeof chars);
     hits[k] = ((chars == static_cast<int32_t>(Cs)) | ...);
-    any |= hits[k];
   }
-  if (FirstLane(any) == kLanes) {
-    return kBlock;
+  unsigned mask = 0;
+  for (size_t k = 0; k < kBlock; ++k) {
+    mask |= (hits[k / kLanes][k % kLanes] != 0 ? 1u : 0u) << k;
   }
-  size_t k = 0;
-  while (FirstLane(hits[k]) == kLanes) {
-    ++k;
-  }
-  return k * kLanes + FirstLane(hits[k]);
+  return mask;
+#endif
 }
 
 // True when all kBlock characters at p are below U+0080 (none negative).
@@ -64,17 +94,28 @@ inline bool BlockIsAscii(const wchar_t* p) {
 template <wchar_t... Cs>
 size_t FindFirstOf(const wchar_t* text, size_t from, size_t to) {
   using char_blocks::kBlock;
-  while (to - from >= kBlock) {
-    const size_t first = char_blocks::FirstInBlock<Cs...>(text + from);
-    if (first < kBlock) {
-      return from + first;
+  if (to - from < kBlock) {
+    while (from < to && ((text[from] != Cs) && ...)) {
+      ++from;
+    }
+    return from;
+  }
+  for (;;) {
+    // What is left after whole blocks is tested as the block that ends at
+    // to. It overlaps characters already found to be none of Cs, so its
+    // first hit is still the first one.
+    if (to - from < kBlock) {
+      from = to - kBlock;
+    }
+    const unsigned hits = char_blocks::HitMask<Cs...>(text + from);
+    if (hits != 0) {
+      return from + char_blocks::LowestBit(hits);
     }
     from += kBlock;
+    if (from == to) {
+      return to;
+    }
   }
-  while (from < to && ((text[from] != Cs) && ...)) {
-    ++from;
-  }
-  return from;
 }
 
 #endif  // FORMFILL_TEXTIO_CHAR_BLOCKS_H_

@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/test_util.h"
+#include "textio/char_blocks.h"
 #include "textio/helpers.h"
 #include "textio/input_file.h"
 #include "textio/output_file.h"
@@ -168,9 +169,41 @@ TEST(InputFileTest, SeeksAndBlockReadsAgreeWithAByteByByteModel) {
     size_t pos = starts[at];
     file.SetFilePointer(static_cast<long>(pos));
     const bool stored = ModelLine(bytes, pos, line);
-    ASSERT_EQ(file.GetLine(buf.data(), kMax), stored) << "line " << at;
-    ASSERT_EQ(std::wstring(buf.data()), line.c_str()) << "line " << at;
+    // The length given is that of the C string, up to a null.
+    size_t text_len = 0;
+    ASSERT_EQ(file.GetLine(buf.data(), kMax, text_len), stored) << "line " << at;
+    ASSERT_EQ(std::wstring(buf.data(), text_len), line.c_str()) << "line " << at;
     ASSERT_EQ(file.GetFilePointer(), static_cast<long>(pos)) << "line " << at;
+  }
+}
+
+// The block search against a plain loop, over text full of characters that
+// share their low bits with a wanted one (a narrowing that cut instead of
+// saturating would take them for it), at every start and many ends, so that
+// short ranges, whole blocks and the overlapping last block all come up.
+TEST(CharBlocksTest, FindFirstOfAgreesWithAPlainLoop) {
+  const wchar_t alphabet[] = {L'?', L'$', L'&', L' ', L'a', L'\x7F',
+                              L'\x424', L'\x13F', L'\x10026', L'\x8000',
+                              static_cast<wchar_t>(-220)};
+  std::mt19937 rng(11);
+  for (int round = 0; round < 200; ++round) {
+    std::wstring text(rng() % 80, L' ');
+    for (wchar_t& c : text) {
+      // Mostly characters that are not wanted, as in a line's text.
+      c = alphabet[rng() % 8 == 0 ? rng() % 3 : 3 + rng() % 8];
+    }
+    for (size_t from = 0; from <= text.size(); ++from) {
+      for (size_t to = from; to <= text.size(); to += 1 + rng() % 7) {
+        size_t expected = from;
+        while (expected < to && text[expected] != L'?' &&
+               text[expected] != L'$' && text[expected] != L'&') {
+          ++expected;
+        }
+        ASSERT_EQ((FindFirstOf<L'?', L'$', L'&'>(text.data(), from, to)),
+                  expected)
+            << "round " << round << " from " << from << " to " << to;
+      }
+    }
   }
 }
 
