@@ -48,16 +48,16 @@ class Scan {
   // next character that the readers act on (a line end, an escape, a
   // marker, "@"), which is held for Next(). Plain text is most of a table,
   // and this spares it the dispatch one character at a time; what ends up
-  // in the field is the same. The text after ch goes in as runs of up to
-  // kRunMax characters; a null stops a run as well and comes back here as
-  // the ch of the next one.
+  // in the field is the same. ch and the text after it go in as runs of up
+  // to kRunMax characters; a null stops a run as well and comes back here
+  // as the ch of the next one.
   void StoreText(wchar_t ch) {
-    m_Tab.PutSym(ch);
     wchar_t run[kRunMax];
-    size_t n = 0;
+    run[0] = ch;
+    size_t n = 1;
     // A pushed-back character can only be waiting before the first read
-    // here; without one, ASCII bytes are taken from the stream directly,
-    // and anything else is given back to it for the decoder.
+    // here; without one, bytes are taken from the stream directly, and the
+    // decoder goes on from those that begin a longer sequence.
     FILE* const stream = m_In.m_IsBack ? nullptr : m_In.m_Stream;
     for (;;) {
       if (stream != nullptr) {
@@ -81,12 +81,9 @@ class Scan {
         } else if (b == EOF) {
           m_Ended = true;
           break;
-        } else {
-          ungetc(b, stream);
-          if (!m_In.Get(ch)) {
-            m_Ended = true;
-            break;
-          }
+        } else if (!InputFile::DecodeMore(stream, b, ch)) {
+          m_Ended = true;
+          break;
         }
       } else if (!m_In.Get(ch)) {
         m_Ended = true;
@@ -147,8 +144,7 @@ class Scan {
  private:
   static constexpr size_t kRunMax = 128;
 
-  // A run holds no null (a null stops it), so its length is known and
-  // the field needs no search for the end.
+  // Appended by its length: a run may begin with a null.
   void Append(const wchar_t* run, size_t n) {
     if (n != 0 && m_Tab.m_Current != nullptr)
       m_Tab.m_Current->m_Value.append(run, n);

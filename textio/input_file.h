@@ -43,15 +43,26 @@ class InputFile {
   // When more than max + 1 characters come before the line feed, the one
   // that does not fit is lost. False only when nothing was stored.
   bool GetLine(wchar_t* buf, int max);
-  // GetLine, also giving in text_len the length of what buf holds as a C
-  // string: up to its first null, which a file may carry like any other
-  // character. Callers that go over the line again need not measure it.
-  bool GetLine(wchar_t* buf, int max, size_t& text_len);
+  // What GetLine saw of the line it stored, for callers that go over it
+  // again and need not measure it or search it for tabs.
+  struct LineShape {
+    // The length of what buf holds as a C string: up to its first null,
+    // which a file may carry like any other character.
+    size_t length = 0;
+    // Whether a tab comes within that length.
+    bool tabs = false;
+  };
+  bool GetLine(wchar_t* buf, int max, LineShape& shape);
 
   // Byte offsets from the start of the file; only while a file is open.
   // A failed seek is not reported.
   void SetFilePointer(long pos);
   long GetFilePointer();
+
+  // The rest of Decode once b0 (a byte from 0x80 up, or EOF) is read from
+  // stream by getc: the same result as a read that began at b0. For loops
+  // that take ASCII bytes from the stream themselves.
+  static bool DecodeMore(FILE* stream, int b0, wchar_t& ch);
 
   FILE* m_Stream;
   wchar_t m_Back;
@@ -73,8 +84,6 @@ class InputFile {
     }
     return DecodeMore(stream, b0, ch);
   }
-  // The rest of Decode once b0 (a byte from 0x80 up, or EOF) is read.
-  static bool DecodeMore(FILE* stream, int b0, wchar_t& ch);
 };
 
 #endif  // FORMFILL_TEXTIO_INPUT_FILE_H_
