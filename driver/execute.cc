@@ -14,7 +14,7 @@ namespace {
 
 // Writes one line of the document with its line end in a single write.
 void WriteLine(const Line& line, OutputFile& out) {
-  wchar_t text[kLineBuf];
+  wchar_t text[kRawLineBuf];
   const int len = line.ConvInto(text);
   // The line end takes the terminator's place: a line holds at most
   // kMaxLine characters, one fewer than the buffer.

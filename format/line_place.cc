@@ -38,11 +38,13 @@ int Line::DelTabLength(const wchar_t* src, size_t src_len, wchar_t* dst) {
     --keep;
   }
   // Every printed line passes through here; most have no tab and are
-  // copied as they stand.
-  if (std::wmemchr(src, L'\t', keep) == nullptr) {
+  // copied as they stand, or left where they are.
+  if (dst == src || std::wmemchr(src, L'\t', keep) == nullptr) {
     const size_t n = keep < size_t{kMaxLine} ? keep : size_t{kMaxLine};
-    // memcpy, not wmemcpy: the library's wmemcpy is a call around it.
-    std::memcpy(dst, src, n * sizeof(wchar_t));
+    if (dst != src) {
+      // memcpy, not wmemcpy: the library's wmemcpy is a call around it.
+      std::memcpy(dst, src, n * sizeof(wchar_t));
+    }
     dst[n] = 0;
     return static_cast<int>(n);
   }

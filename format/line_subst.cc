@@ -13,6 +13,7 @@
 #include "template/line.h"
 #include "textio/char_blocks.h"
 #include "textio/helpers.h"
+#include "textio/input_file.h"
 
 namespace {
 
@@ -237,7 +238,7 @@ int ConvValue(wchar_t* line, int* len, int i) {
 }  // namespace
 
 std::wstring Line::ConvStr() const {
-  wchar_t line[kLineBuf];
+  wchar_t line[kRawLineBuf];
   const int len = ConvInto(line);
   return std::wstring(line, static_cast<size_t>(len));
 }
@@ -245,14 +246,21 @@ std::wstring Line::ConvStr() const {
 int Line::ConvInto(wchar_t* line) const {
   int len = 0;
   {
-    wchar_t raw[kRawLineBuf];
-    raw[0] = L'\0';
-    size_t raw_len = 0;
+    line[0] = L'\0';
+    InputFile::LineShape shape;
     if (Blank::m_File.IsOpen()) {
       Blank::m_File.SetFilePointer(static_cast<long>(pos));
-      Blank::m_File.GetLine(raw, kMaxLine, raw_len);
+      Blank::m_File.GetLine(line, kMaxLine, shape);
     }
-    len = Line::DelTabLength(raw, raw_len, line);
+    if (!shape.tabs) {
+      // Most lines: nothing to expand, the line is cut where it was read.
+      len = Line::DelTabLength(line, shape.length, line);
+    } else {
+      wchar_t raw[kRawLineBuf];
+      std::wmemcpy(raw, line, shape.length);
+      raw[shape.length] = L'\0';
+      len = Line::DelTabLength(raw, shape.length, line);
+    }
   }
   if (len == 0) {
     return 0;

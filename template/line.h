@@ -23,9 +23,10 @@ struct Line {
   // Re-reads the line from Blank::m_File at pos and returns it with every
   // marker substituted; consumes the text of the fields it prints.
   std::wstring ConvStr() const;
-  // ConvStr into line, a working buffer of kLineBuf characters, where the
-  // text is left terminated; returns its length, at most kMaxLine. The
-  // document is written from here, without a string made for every line.
+  // ConvStr into line, a working buffer of kRawLineBuf characters (the
+  // line is read into it), where the text is left terminated; returns its
+  // length, at most kMaxLine. The document is written from here, without a
+  // string made for every line.
   int ConvInto(wchar_t* line) const;
 
   // Places the current field of tab into line[start..end], aligned, wrapped
@@ -36,7 +37,8 @@ struct Line {
   // line feeds, tabs expanded; cut at kMaxLine characters.
   static void DelTab(const wchar_t* src, wchar_t* dst);
   // DelTab, giving the length of what it wrote to dst; src_len is
-  // wcslen(src), already known to the caller.
+  // wcslen(src), already known to the caller. For a line known to hold no
+  // tab, dst may be src itself: the line is then cut where it stands.
   static int DelTabLength(const wchar_t* src, size_t src_len, wchar_t* dst);
   // True when c may end a line's part of a wrapped value.
   static bool IsRasdel(wchar_t c);

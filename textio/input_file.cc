@@ -93,15 +93,17 @@ void InputFile::PutBack(wchar_t ch) {
 }
 
 bool InputFile::GetLine(wchar_t* buf, int max) {
-  size_t text_len = 0;
-  return GetLine(buf, max, text_len);
+  LineShape shape;
+  return GetLine(buf, max, shape);
 }
 
-bool InputFile::GetLine(wchar_t* buf, int max, size_t& text_len) {
+bool InputFile::GetLine(wchar_t* buf, int max, LineShape& shape) {
   FILE* const stream = m_Stream;
   int n = 0;
-  // Where the first null was stored; the block path below takes none.
+  // Where the first null was stored. Nulls and tabs are control characters,
+  // which the block path below never takes.
   int first_null = -1;
+  shape.tabs = false;
   const auto c_string_length = [&first_null](ptrdiff_t stored) {
     return static_cast<size_t>(first_null >= 0 ? first_null : stored);
   };
@@ -117,7 +119,7 @@ bool InputFile::GetLine(wchar_t* buf, int max, size_t& text_len) {
       if (ch == L'\n' && n <= max) {
         buf[n++] = ch;
         buf[n] = 0;
-        text_len = c_string_length(n);
+        shape.length = c_string_length(n);
         return true;
       }
       if (n > max) {
@@ -125,11 +127,15 @@ bool InputFile::GetLine(wchar_t* buf, int max, size_t& text_len) {
         // long line is left for the next call: old templates were laid
         // out around exactly this cut.
         buf[n] = 0;
-        text_len = c_string_length(n);
+        shape.length = c_string_length(n);
         return true;
       }
-      if (ch == L'\0' && first_null < 0) {
-        first_null = n;
+      if (first_null < 0) {
+        if (ch == L'\0') {
+          first_null = n;
+        } else if (ch == L'\t') {
+          shape.tabs = true;
+        }
       }
       buf[n++] = ch;
     }
@@ -148,7 +154,7 @@ bool InputFile::GetLine(wchar_t* buf, int max, size_t& text_len) {
       if (b != EOF && IsLineText(static_cast<unsigned char>(b))) {
         if (out >= full) {
           *out = 0;
-          text_len = c_string_length(out - buf);
+          shape.length = c_string_length(out - buf);
           return true;
         }
         *out++ = static_cast<wchar_t>(b);
@@ -164,7 +170,7 @@ bool InputFile::GetLine(wchar_t* buf, int max, size_t& text_len) {
     n = static_cast<int>(out - buf);
   }
   buf[n] = 0;
-  text_len = c_string_length(n);
+  shape.length = c_string_length(n);
   return n != 0;
 }
 

@@ -169,10 +169,12 @@ TEST(InputFileTest, SeeksAndBlockReadsAgreeWithAByteByByteModel) {
     size_t pos = starts[at];
     file.SetFilePointer(static_cast<long>(pos));
     const bool stored = ModelLine(bytes, pos, line);
-    // The length given is that of the C string, up to a null.
-    size_t text_len = 0;
-    ASSERT_EQ(file.GetLine(buf.data(), kMax, text_len), stored) << "line " << at;
-    ASSERT_EQ(std::wstring(buf.data(), text_len), line.c_str()) << "line " << at;
+    // The shape given is that of the C string, up to a null.
+    InputFile::LineShape shape;
+    ASSERT_EQ(file.GetLine(buf.data(), kMax, shape), stored) << "line " << at;
+    const std::wstring text(buf.data(), shape.length);
+    ASSERT_EQ(text, line.c_str()) << "line " << at;
+    ASSERT_EQ(shape.tabs, text.find(L'\t') != text.npos) << "line " << at;
     ASSERT_EQ(file.GetFilePointer(), static_cast<long>(pos)) << "line " << at;
   }
 }
