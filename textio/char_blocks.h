@@ -73,8 +73,9 @@ inline unsigned HitMask(const wchar_t* p) {
 #endif
 }
 
-// True when all kBlock characters at p are below U+0080 (none negative).
-inline bool BlockIsAscii(const wchar_t* p) {
+// True when all kBlock characters at p are ASCII: below U+0080, none
+// negative.
+inline bool AllAscii(const wchar_t* p) {
   Lanes bits = {};
   for (size_t k = 0; k < kBlock; k += kLanes) {
     Lanes chars;
@@ -86,6 +87,40 @@ inline bool BlockIsAscii(const wchar_t* p) {
   static_assert(sizeof halves == sizeof bits, "two halves make the lanes");
   std::memcpy(halves, &bits, sizeof halves);
   return (halves[0] | halves[1]) == 0;
+}
+
+// Writes the kBlock characters at p to out as one byte each, and returns
+// which of them are not ASCII (bit k for character k): their bytes are of
+// no use. Those of the ASCII characters are their values.
+inline unsigned NarrowBlock(const wchar_t* __restrict p, char* __restrict out) {
+#if defined(__SSE2__)
+  __m128i part[4];
+  for (size_t k = 0; k < 4; ++k) {
+    part[k] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 4 * k));
+  }
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(out),
+                   _mm_packus_epi16(_mm_packs_epi32(part[0], part[1]),
+                                    _mm_packs_epi32(part[2], part[3])));
+  if (AllAscii(p)) {
+    return 0;
+  }
+  const __m128i high = _mm_set1_epi32(~0x7F);
+  const __m128i zero = _mm_setzero_si128();
+  __m128i ascii[4];
+  for (size_t k = 0; k < 4; ++k) {
+    ascii[k] = _mm_cmpeq_epi32(_mm_and_si128(part[k], high), zero);
+  }
+  const __m128i lanes = _mm_packs_epi16(_mm_packs_epi32(ascii[0], ascii[1]),
+                                        _mm_packs_epi32(ascii[2], ascii[3]));
+  return ~static_cast<unsigned>(_mm_movemask_epi8(lanes)) & 0xFFFFu;
+#else
+  unsigned wide = 0;
+  for (size_t k = 0; k < kBlock; ++k) {
+    out[k] = static_cast<char>(p[k]);
+    wide |= (static_cast<uint32_t>(p[k]) >= 0x80 ? 1u : 0u) << k;
+  }
+  return wide;
+#endif
 }
 
 }  // namespace char_blocks

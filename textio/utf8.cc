@@ -67,41 +67,44 @@ size_t DecodeOne(const unsigned char* bytes, size_t i, size_t n, wchar_t& out) {
 
 using char_blocks::kBlock;
 
-// Writes the kBlock characters at text to out as single bytes when all of
-// them are below U+0080, and returns whether it did. The narrowing is a
-// fixed-length loop over buffers that do not overlap, which the compiler
-// does in a few vector instructions.
-bool NarrowAsciiBlock(const wchar_t* __restrict text, char* __restrict out) {
-  if (!char_blocks::BlockIsAscii(text)) {
-    return false;
-  }
-  for (size_t k = 0; k < kBlock; ++k) {
-    out[k] = static_cast<char>(text[k]);
-  }
-  return true;
-}
-
 }  // namespace
 
 bool EncodeUtf8(const wchar_t* text, size_t len, char* out, size_t* written) {
   char* p = out;
   bool ok = true;
-  for (size_t i = 0; i < len; ++i) {
-    // A document is mostly ASCII, which goes in blocks, and what is left
-    // of an ASCII run before the next other character or the end one by one.
-    while (len - i >= kBlock && NarrowAsciiBlock(text + i, p)) {
-      p += kBlock;
-      i += kBlock;
+  size_t i = 0;
+  while (i < len) {
+    // A document is mostly ASCII, which goes sixteen characters at a time:
+    // a block is narrowed whole, and as many of its bytes are kept as it
+    // has ASCII characters before the first other one. Writing all sixteen
+    // stays within the room: at least that many characters are left.
+    size_t ascii = 0;
+    if (len - i >= kBlock) {
+      const unsigned wide = char_blocks::NarrowBlock(text + i, p);
+      ascii = wide == 0 ? kBlock : char_blocks::LowestBit(wide);
+    } else if (len >= kBlock && char_blocks::AllAscii(text + len - kBlock)) {
+      // The last few characters are ASCII, and so is the block that ends
+      // the text. Its characters before them are ASCII too and went out as
+      // one byte each, so the block is narrowed over their bytes again.
+      char_blocks::NarrowBlock(text + len - kBlock, p - (kBlock - (len - i)));
+      ascii = len - i;
+    } else {
+      while (i + ascii < len && static_cast<uint32_t>(text[i + ascii]) < 0x80) {
+        p[ascii] = static_cast<char>(text[i + ascii]);
+        ++ascii;
+      }
     }
-    while (i < len && static_cast<uint32_t>(text[i]) < 0x80) {
-      *p++ = static_cast<char>(text[i++]);
-    }
+    p += ascii;
+    i += ascii;
     if (i == len) {
       break;
     }
     // wchar_t is signed: a negative value becomes a huge one here and is
     // refused with the values above the Unicode range.
     const uint32_t c = static_cast<uint32_t>(text[i]);
+    if (c < 0x80) {
+      continue;
+    }
     if (c < 0x800) {
       *p++ = static_cast<char>(0xC0 | (c >> 6));
       *p++ = static_cast<char>(0x80 | (c & 0x3F));
@@ -119,6 +122,7 @@ bool EncodeUtf8(const wchar_t* text, size_t len, char* out, size_t* written) {
       ok = false;
       break;
     }
+    ++i;
   }
   *written = static_cast<size_t>(p - out);
   return ok;
