@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "textio/stream_bytes.h"
 #include "textio/utf8.h"
 
 wchar_t const kConName[] = L"CON";
@@ -57,8 +58,24 @@ OutputFile::~OutputFile() {
 }
 
 void OutputFile::Write(const wchar_t* text, size_t len) {
-  // The buffer only grows: it keeps room for the longest form of the
-  // longest text so far, and each write converts straight into it.
+  // A document line is converted straight into the stream's buffer when
+  // its longest form fits there, which is most of the time; the stream then
+  // holds what an fwrite of the converted bytes would have left in it.
+  if (!m_Console && m_Stream != nullptr) {
+    const WriteRoom room = Room(m_Stream);
+    if (room.next != nullptr &&
+        static_cast<size_t>(room.end - room.next) / 4 >= len) {
+      size_t count = 0;
+      if (!EncodeUtf8(text, len, room.next, &count)) {
+        throw std::range_error("wstring_convert::to_bytes");
+      }
+      TakeRoom(m_Stream, room.next + count);
+      return;
+    }
+  }
+  // Elsewhere through a buffer that only grows: it keeps room for the
+  // longest form of the longest text so far, and each write converts
+  // straight into it.
   std::string& bytes = Scratch();
   if (bytes.size() < 4 * len) {
     bytes.resize(4 * len);

@@ -1,5 +1,6 @@
 // The bytes a C stream has read ahead into its own buffer and not yet
-// handed out, for the loops that read the table and the template.
+// handed out, for the loops that read the table and the template; and the
+// room in a stream's buffer for bytes written, for the document.
 #ifndef FORMFILL_TEXTIO_STREAM_BYTES_H_
 #define FORMFILL_TEXTIO_STREAM_BYTES_H_
 
@@ -92,6 +93,38 @@ inline long ReadPosition(FILE* stream) {
   }
 #endif
   return ftell(stream);
+}
+
+// The free part of the stream's buffer for bytes written: what
+// putc_unlocked would store bytes into before the library has to flush.
+// Bytes stored there and handed over by TakeRoom are written exactly as if
+// fwrite had copied them in, as the library's own fwrite does when they
+// fit. Empty where the stream's layout is not known, and for a stream that
+// has not written yet or that flushes at every line or byte: the library
+// keeps no room in it then.
+struct WriteRoom {
+  char* next;
+  char* end;
+};
+
+inline WriteRoom Room(FILE* stream) {
+#if defined(__GLIBC__) && !defined(__UCLIBC__)
+  return {stream->_IO_write_ptr, stream->_IO_write_end};
+#else
+  static_cast<void>(stream);
+  return {nullptr, nullptr};
+#endif
+}
+
+// Hands the bytes before upto, which lies in the range that Room gave,
+// over to the stream, nothing having been written to it since.
+inline void TakeRoom(FILE* stream, char* upto) {
+#if defined(__GLIBC__) && !defined(__UCLIBC__)
+  stream->_IO_write_ptr = upto;
+#else
+  static_cast<void>(stream);
+  static_cast<void>(upto);
+#endif
 }
 
 // Sixteen bytes in the compiler's vector type: a test on all of them at

@@ -1,6 +1,8 @@
 // Text files and helpers: the decoder's failures, long lines, byte positions
 // and the console mode, which whole runs show poorly or not at all.
 #include <climits>
+#include <cstdio>
+#include <filesystem>
 #include <codecvt>
 #include <iostream>
 #include <locale>
@@ -275,6 +277,33 @@ TEST(OutputFileTest, ConsoleOnlyForTheSharedConstantAndAppendStartsEmpty) {
     out << L"new";
   }
   EXPECT_EQ(ReadFile(dir.path() + "/doc"), "new") << "emptied, then written";
+}
+
+// What is on disk after every write, and after a write refused for a
+// character above U+10FFFF, must be what a stream given the same bytes by
+// fwrite holds: a run that ends on such a character leaves the document as
+// far as the library had flushed it. Lines short and long (past the
+// buffer), ASCII and not.
+TEST(OutputFileTest, FlushesLikeFwriteOfTheSameBytes) {
+  TempDir dir;
+  const std::string doc = dir.path() + "/doc", ref = dir.path() + "/ref";
+  std::mt19937 rng(5);
+  OutputFile out(Widen(doc).c_str(), false);
+  FILE* const plain = fopen(ref.c_str(), "wb");
+  ASSERT_NE(plain, nullptr);
+  for (int i = 0; i < 1500; ++i) {
+    std::wstring line(rng() % 8 == 0 ? rng() % 9000 : rng() % 120, L'x');
+    for (wchar_t& c : line)
+      c = rng() % 10 == 0 ? L'\x416' : static_cast<wchar_t>(L'a' + rng() % 26);
+    const std::string bytes = ToUtf8(line);
+    out << line;
+    fwrite(bytes.data(), 1, bytes.size(), plain);
+    ASSERT_EQ(std::filesystem::file_size(doc), std::filesystem::file_size(ref))
+        << "after write " << i;
+  }
+  EXPECT_THROW(out << std::wstring(L"tail \x110000"), std::range_error);
+  EXPECT_EQ(ReadFile(doc), ReadFile(ref)) << "after the refused write";
+  fclose(plain);
 }
 
 TEST(HelpersTest, WsplitpathKeepsTheSlashAndSplitsAtTheLastDot) {
