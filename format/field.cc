@@ -87,14 +87,16 @@ bool FieldTab::InsertField(long n) {
   return true;
 }
 
-const std::vector<Field*>& FieldTab::Fields() {
-  if (m_Order.size() != size()) {
-    m_Order.clear();
-    for (const auto& entry : *this) {
-      m_Order.push_back(entry.second);
+void FieldTab::Reindex() {
+  m_Order.clear();
+  m_ByNumber.clear();
+  for (const auto& entry : *this) {
+    m_Order.push_back(entry.second);
+    if (entry.first >= 0 && entry.first < kDirect) {
+      m_ByNumber.resize(static_cast<size_t>(entry.first) + 1, nullptr);
+      m_ByNumber[static_cast<size_t>(entry.first)] = entry.second;
     }
   }
-  return m_Order;
 }
 
 bool FieldTab::InsertFieldMac(long n, wchar_t c) {
@@ -116,7 +118,13 @@ bool FieldTab::ExistOst(long n) {
 }
 
 bool FieldTab::SetCurrent(long n) {
-  // Every field reference of every printed line comes here: one lookup.
+  if (n >= 0 && n < kDirect) {
+    Fields();
+    m_Current = static_cast<size_t>(n) < m_ByNumber.size()
+                    ? m_ByNumber[static_cast<size_t>(n)]
+                    : nullptr;
+    return m_Current != nullptr;
+  }
   const auto entry = find(n);
   if (entry == end()) {
     m_Current = nullptr;
@@ -221,6 +229,7 @@ void FieldTab::freeAll() {
   }
   clear();
   m_Order.clear();
+  m_ByNumber.clear();
   // The current field was one of those just deleted.
   m_Current = nullptr;
 }

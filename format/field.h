@@ -146,9 +146,21 @@ class FieldTab : public std::map<long, Field*> {
   // the template logic asks after every printed line how much is left,
   // and a walk over a vector costs a fraction of one over the map's
   // nodes. Kept in step by InsertField and freeAll, and made afresh should
-  // the map have been changed around them.
-  const std::vector<Field*>& Fields();
+  // the map have been changed around them; so is m_ByNumber.
+  const std::vector<Field*>& Fields() {
+    if (m_Order.size() != size()) {
+      Reindex();
+    }
+    return m_Order;
+  }
+  void Reindex();
   std::vector<Field*> m_Order;
+  // The fields numbered below kDirect by their number (null for a missing
+  // one), up to the highest such number: SetCurrent is asked for every
+  // selector of the table and every reference of every printed line, and
+  // forms number their fields from 1 up.
+  static constexpr long kDirect = 256;
+  std::vector<Field*> m_ByNumber;
 };
 
 #endif  // FORMFILL_FORMAT_FIELD_H_

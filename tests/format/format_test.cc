@@ -2,8 +2,12 @@
 // reach only by chance (cursor and separator rules, cuts at the buffer's end,
 // macro characters that only a test can bind).
 #include <algorithm>
+#include <climits>
 #include <functional>
+#include <iterator>
 #include <map>
+#include <random>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -88,6 +92,33 @@ TEST(FieldTest, CursorAndSeparatorRules) {
   };
   for (const auto& row : rows)
     EXPECT_EQ(Script(row.value, row.ops), row.expected) << row.note;
+}
+
+// Fields come and go in any order of numbers, small and large, and every
+// lookup in between must find exactly the fields there are.
+TEST(FieldTest, SetCurrentFindsExactlyTheFieldsThereAre) {
+  const long numbers[] = {0, 1, 2, 7, 254, 255, 256, 1000, -1, -300, LONG_MAX};
+  std::mt19937 rng(3);
+  for (int round = 0; round < 50; ++round) {
+    FieldTab tab;
+    std::set<long> made;
+    for (int step = 0; step < 40; ++step) {
+      const long n = numbers[rng() % std::size(numbers)];
+      if (rng() % 3 == 0) {
+        EXPECT_EQ(tab.InsertField(n), made.insert(n).second);
+      }
+      if (rng() % 20 == 0) {
+        tab.freeAll();
+        made.clear();
+      }
+      for (long q : numbers) {
+        ASSERT_EQ(tab.SetCurrent(q), made.count(q) == 1) << q;
+        ASSERT_EQ(tab.m_Current != nullptr && tab.m_Current->m_Number == q,
+                  made.count(q) == 1)
+            << q;
+      }
+    }
+  }
 }
 
 TEST(PutPolTest, PlacesAlignsWrapsAndCuts) {
