@@ -7,6 +7,7 @@
 #include <cwchar>
 
 #include "format/field.h"
+#include "textio/char_blocks.h"
 #include "template/line.h"
 
 // The comma is listed twice; the set is kept as old templates were written
@@ -70,26 +71,39 @@ int Line::DelTabLength(const wchar_t* src, size_t src_len, wchar_t* dst) {
 
 namespace {
 
-// FieldTab::Ostatok, counted no further than limit characters. A placement
-// only needs to know whether the value is longer than its stretch; a value
-// of many megabytes, continued line after line, would otherwise be measured
-// to its end at every line, and the document would take hours.
-int64_t OstatokUpTo(const FieldTab* tab, int64_t limit) {
+// FieldTab::Ostatok, counted no further than limit characters, and
+// whether a null comes within that count. A placement only needs to know
+// whether the value is longer than its stretch; a value of many megabytes,
+// continued line after line, would otherwise be measured to its end at
+// every line, and the document would take hours.
+struct Remainder {
+  int64_t count;
+  bool null_inside;
+};
+
+Remainder RemainderUpTo(const FieldTab* tab, int64_t limit) {
   const Field* field = tab->m_Current;
   if (field == nullptr) {
-    return 0;
+    return {0, false};
   }
   const size_t size = field->m_Value.size();
   const size_t read = static_cast<size_t>(field->m_Read);
   if (read >= size) {
-    return 0;
+    return {0, false};
   }
   const size_t span = size - read < static_cast<size_t>(limit)
                           ? size - read
                           : static_cast<size_t>(limit);
   const wchar_t* from = field->m_Value.data() + read;
-  const wchar_t* separator = std::wmemchr(from, kValueSeparator, span);
-  return separator != nullptr ? separator - from : static_cast<int64_t>(span);
+  // One pass finds the separator, or a null before it, which is rare.
+  const size_t stop = FindFirstOf<kValueSeparator, L'\0'>(from, 0, span);
+  if (stop == span || from[stop] == kValueSeparator) {
+    return {static_cast<int64_t>(stop), false};
+  }
+  const wchar_t* separator =
+      std::wmemchr(from + stop, kValueSeparator, span - stop);
+  return {separator != nullptr ? separator - from : static_cast<int64_t>(span),
+          true};
 }
 
 // The fill of a placement: the current field's characters go into line[p]
@@ -97,17 +111,19 @@ int64_t OstatokUpTo(const FieldTab* tab, int64_t limit) {
 // That loop stops at the end of the value, at its separator and at a null
 // character (the last two consumed, not written), or when the room is used
 // up; a separator left pending then is stepped over all the same, so that
-// the next placement prints the next value. count characters come before
-// the separator or the end (at least as many as there is room for), so the
-// text is copied in one go, and every way of stopping ends with
-// DelSeparator.
+// the next placement prints the next value. The remainder tells how many
+// characters come before the separator or the end (at least as many as
+// there is room for) and whether a null is among them, so the text is
+// copied in one go, and every way of stopping ends with DelSeparator.
 void Fill(wchar_t* line, int64_t p, int64_t room, FieldTab* tab,
-          int64_t count) {
+          Remainder left) {
   Field* const field = tab->m_Current;
-  int64_t take = room < count ? room : count;
+  int64_t take = room < left.count ? room : left.count;
   if (field != nullptr && take > 0) {
     const wchar_t* from = field->m_Value.data() + field->m_Read;
-    const wchar_t* null = std::wmemchr(from, L'\0', static_cast<size_t>(take));
+    const wchar_t* null =
+        left.null_inside ? std::wmemchr(from, L'\0', static_cast<size_t>(take))
+                         : nullptr;
     if (null != nullptr) {
       take = null - from;
       ++field->m_Read;
@@ -127,8 +143,8 @@ void Line::PutPol(wchar_t* line, typAlign align, int start, int end,
   const bool usable = start >= 0;
   const int64_t width = usable ? int64_t{end} - start + 1 : 0;
   // One character past the stretch tells a value that does not fit.
-  const int64_t count = OstatokUpTo(tab, (width > 0 ? width : 0) + 1);
-  int64_t pad = width - count;
+  const Remainder left = RemainderUpTo(tab, (width > 0 ? width : 0) + 1);
+  int64_t pad = width - left.count;
   bool overflow = false;
   if (pad < 0) {
     overflow = true;
@@ -141,7 +157,7 @@ void Line::PutPol(wchar_t* line, typAlign align, int start, int end,
     p += pad;
   }
 
-  Fill(line, p, usable ? end - p + 1 : 0, tab, count);
+  Fill(line, p, usable ? end - p + 1 : 0, tab, left);
   if (!overflow) {
     return;
   }

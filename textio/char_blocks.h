@@ -38,15 +38,15 @@ inline unsigned LowestBit(unsigned mask) {
 }
 
 // Bit k set when character k of the kBlock characters at p is one of Cs,
-// which are ASCII and not null.
+// which are ASCII.
 template <wchar_t... Cs>
 inline unsigned HitMask(const wchar_t* p) {
-  static_assert(((Cs > 0 && Cs < 0x7F) && ...), "wanted characters are ASCII");
+  static_assert(((Cs >= 0 && Cs < 0x7F) && ...), "wanted characters are ASCII");
 #if defined(__SSE2__)
   // The sixteen characters are narrowed to sixteen bytes, which are then
   // compared all at once. The narrowing saturates: a character up to
   // U+007E keeps its value, any other comes out as 0x7F or a negative
-  // byte, so none is taken for a wanted one.
+  // byte (never 0), so none is taken for a wanted one.
   __m128i part[4];
   for (size_t k = 0; k < 4; ++k) {
     part[k] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 4 * k));

@@ -1,5 +1,6 @@
 // Text files and helpers: the decoder's failures, long lines, byte positions
 // and the console mode, which whole runs show poorly or not at all.
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <filesystem>
@@ -185,30 +186,40 @@ TEST(InputFileTest, SeeksAndBlockReadsAgreeWithAByteByByteModel) {
 // share their low bits with a wanted one (a narrowing that cut instead of
 // saturating would take them for it), at every start and many ends, so that
 // short ranges, whole blocks and the overlapping last block all come up.
-TEST(CharBlocksTest, FindFirstOfAgreesWithAPlainLoop) {
-  const wchar_t alphabet[] = {L'?', L'$', L'&', L' ', L'a', L'\x7F',
-                              L'\x424', L'\x13F', L'\x10026', L'\x8000',
-                              static_cast<wchar_t>(-220)};
+// Once for the stretch ends of a line, once for the separator or null
+// that ends a field's value.
+template <wchar_t... Cs>
+void CheckFindFirstOf(const std::vector<wchar_t>& others) {
+  const std::vector<wchar_t> wanted = {Cs...};
   std::mt19937 rng(11);
   for (int round = 0; round < 200; ++round) {
     std::wstring text(rng() % 80, L' ');
     for (wchar_t& c : text) {
       // Mostly characters that are not wanted, as in a line's text.
-      c = alphabet[rng() % 8 == 0 ? rng() % 3 : 3 + rng() % 8];
+      c = rng() % 8 == 0 ? wanted[rng() % wanted.size()]
+                         : others[rng() % others.size()];
     }
     for (size_t from = 0; from <= text.size(); ++from) {
       for (size_t to = from; to <= text.size(); to += 1 + rng() % 7) {
         size_t expected = from;
-        while (expected < to && text[expected] != L'?' &&
-               text[expected] != L'$' && text[expected] != L'&') {
+        while (expected < to && std::find(wanted.begin(), wanted.end(),
+                                          text[expected]) == wanted.end()) {
           ++expected;
         }
-        ASSERT_EQ((FindFirstOf<L'?', L'$', L'&'>(text.data(), from, to)),
-                  expected)
+        ASSERT_EQ(FindFirstOf<Cs...>(text.data(), from, to), expected)
             << "round " << round << " from " << from << " to " << to;
       }
     }
   }
+}
+
+TEST(CharBlocksTest, FindFirstOfAgreesWithAPlainLoop) {
+  CheckFindFirstOf<L'?', L'$', L'&'>(
+      {L' ', L'a', L'\x7F', L'\x424', L'\x13F', L'\x10026', L'\x8000',
+       static_cast<wchar_t>(-220)});
+  CheckFindFirstOf<L'\x01', L'\0'>(
+      {L' ', L'a', L'\x100', L'\x10000', L'\x101', static_cast<wchar_t>(-256),
+       static_cast<wchar_t>(-1)});
 }
 
 #pragma GCC diagnostic push
