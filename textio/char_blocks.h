@@ -37,6 +37,22 @@ inline unsigned LowestBit(unsigned mask) {
 #endif
 }
 
+#if defined(__SSE2__)
+// The kBlock characters at p as four vectors of four.
+inline void LoadBlock(const wchar_t* p, __m128i part[4]) {
+  for (size_t k = 0; k < 4; ++k) {
+    part[k] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 4 * k));
+  }
+}
+
+// The sixteen lanes of part narrowed to bytes with saturation: a lane from
+// -128 to 127 keeps its value, a larger one becomes 127, a smaller -128.
+inline __m128i SaturatedBytes(const __m128i part[4]) {
+  return _mm_packs_epi16(_mm_packs_epi32(part[0], part[1]),
+                         _mm_packs_epi32(part[2], part[3]));
+}
+#endif
+
 // Bit k set when character k of the kBlock characters at p is one of Cs,
 // which are ASCII.
 template <wchar_t... Cs>
@@ -44,15 +60,12 @@ inline unsigned HitMask(const wchar_t* p) {
   static_assert(((Cs >= 0 && Cs < 0x7F) && ...), "wanted characters are ASCII");
 #if defined(__SSE2__)
   // The sixteen characters are narrowed to sixteen bytes, which are then
-  // compared all at once. The narrowing saturates: a character up to
-  // U+007E keeps its value, any other comes out as 0x7F or a negative
+  // compared all at once. As the narrowing saturates, a character up to
+  // U+007E keeps its value and any other comes out as 0x7F or a negative
   // byte (never 0), so none is taken for a wanted one.
   __m128i part[4];
-  for (size_t k = 0; k < 4; ++k) {
-    part[k] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 4 * k));
-  }
-  const __m128i bytes = _mm_packs_epi16(_mm_packs_epi32(part[0], part[1]),
-                                        _mm_packs_epi32(part[2], part[3]));
+  LoadBlock(p, part);
+  const __m128i bytes = SaturatedBytes(part);
   __m128i hits = _mm_setzero_si128();
   ((hits = _mm_or_si128(
         hits, _mm_cmpeq_epi8(bytes, _mm_set1_epi8(static_cast<char>(Cs))))),
@@ -95,24 +108,20 @@ inline bool AllAscii(const wchar_t* p) {
 inline unsigned NarrowBlock(const wchar_t* __restrict p, char* __restrict out) {
 #if defined(__SSE2__)
   __m128i part[4];
-  for (size_t k = 0; k < 4; ++k) {
-    part[k] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 4 * k));
-  }
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(out),
-                   _mm_packus_epi16(_mm_packs_epi32(part[0], part[1]),
-                                    _mm_packs_epi32(part[2], part[3])));
+  LoadBlock(p, part);
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(out), SaturatedBytes(part));
   if (AllAscii(p)) {
     return 0;
   }
+  // Each lane all ones where the character is ASCII, narrowed to a byte.
   const __m128i high = _mm_set1_epi32(~0x7F);
   const __m128i zero = _mm_setzero_si128();
   __m128i ascii[4];
   for (size_t k = 0; k < 4; ++k) {
     ascii[k] = _mm_cmpeq_epi32(_mm_and_si128(part[k], high), zero);
   }
-  const __m128i lanes = _mm_packs_epi16(_mm_packs_epi32(ascii[0], ascii[1]),
-                                        _mm_packs_epi32(ascii[2], ascii[3]));
-  return ~static_cast<unsigned>(_mm_movemask_epi8(lanes)) & 0xFFFFu;
+  return ~static_cast<unsigned>(_mm_movemask_epi8(SaturatedBytes(ascii))) &
+         0xFFFFu;
 #else
   unsigned wide = 0;
   for (size_t k = 0; k < kBlock; ++k) {
