@@ -10,11 +10,40 @@
 #include "textio/char_blocks.h"
 #include "template/line.h"
 
+namespace {
+
 // The comma is listed twice; the set is kept as old templates were written
 // against it, and the duplicate changes nothing.
-const wchar_t* Line::Rasdel = L" ,?!,;)]";
+constexpr wchar_t kSeparators[] = L" ,?!,;)]";
+
+// kSeparators as one bit per ASCII code, bit c % 64 of word c / 64.
+struct AsciiSet {
+  uint64_t word[2];
+};
+
+constexpr AsciiSet SetOf(const wchar_t* s) {
+  AsciiSet set{{0, 0}};
+  for (; *s != 0; ++s) {
+    set.word[*s / 64] |= uint64_t{1} << (*s % 64);
+  }
+  return set;
+}
+
+constexpr AsciiSet kSeparatorSet = SetOf(kSeparators);
+
+}  // namespace
+
+const wchar_t* Line::Rasdel = kSeparators;
 
 bool Line::IsRasdel(wchar_t c) {
+  // A wrapped value is searched backwards for a separator character by
+  // character; with the set the program starts with, two tests of a bit
+  // instead of a walk over the list. Anyone who points Rasdel elsewhere
+  // gets the walk.
+  if (Rasdel == kSeparators) {
+    const uint32_t code = static_cast<uint32_t>(c);
+    return code < 128 && ((kSeparatorSet.word[code / 64] >> (code % 64)) & 1u);
+  }
   if (Rasdel == nullptr || c == 0) {
     return false;
   }

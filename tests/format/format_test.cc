@@ -163,6 +163,12 @@ TEST(PutPolTest, PlacesAlignsWrapsAndCuts) {
     EXPECT_TRUE(Line::IsRasdel(c)) << static_cast<int>(c);
   for (wchar_t c : std::wstring(L".:-(a") + L'\0')
     EXPECT_FALSE(Line::IsRasdel(c)) << static_cast<int>(c);
+  // A list of one's own replaces the whole set.
+  const wchar_t* const saved = Line::Rasdel;
+  Line::Rasdel = L".";
+  EXPECT_TRUE(Line::IsRasdel(L'.'));
+  EXPECT_FALSE(Line::IsRasdel(L' '));
+  Line::Rasdel = saved;
 }
 
 TEST(DelTabTest, TrimsExpandsAndCuts) {
