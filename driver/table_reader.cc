@@ -104,35 +104,44 @@ class Scan {
   }
 
   // Reads the rest of a selector whose marker was just taken. With store
-  // the marker and digits go into the current field as they are read, so
-  // that a malformed selector stays behind as text, and are taken out
-  // again when ";" shows it was a selector after all. A repeated marker
+  // a malformed selector stays behind in the current field as text, its
+  // marker and digits as they were read, while one that ";" ends leaves the
+  // field as it was. The digits are held here until the selector's end
+  // decides; an endless run of them goes into the field as it comes, after
+  // the marker, and is taken out again if ";" follows. A repeated marker
   // starts a new selector.
   Selector Read(bool store, long& n) {
     for (;;) {
-      if (store) {
-        m_Tab.SavPosPut();
-        m_Tab.PutSym(m_Marker);
-      }
+      wchar_t digits[kDigitsHeld];
+      size_t held = 0;
+      bool spilled = false;
       // Unsigned, so that an endless run of digits wraps instead of
       // overflowing; the number then keeps the low 64 bits.
       uint64_t acc = 0;
       wchar_t ch;
       for (;;) {
-        if (!m_In.Get(ch))
+        if (!m_In.Get(ch)) {
+          if (store)
+            Spill(spilled, digits, held);
           return Selector::kEnd;
+        }
         if (ch < L'0' || ch > L'9')
           break;
-        if (store)
-          m_Tab.PutSym(ch);
+        if (store) {
+          if (held == kDigitsHeld)
+            Spill(spilled, digits, held);
+          digits[held++] = ch;
+        }
         acc = acc * 10u + static_cast<uint64_t>(ch - L'0');
       }
       if (ch == L';') {
-        if (store)
+        if (spilled)
           m_Tab.GoPosPut();
         n = static_cast<long>(acc);
         return Selector::kSelected;
       }
+      if (store)
+        Spill(spilled, digits, held);
       if (ch != m_Marker) {
         m_Held = true;
         m_HeldCh = ch;
@@ -143,6 +152,20 @@ class Scan {
 
  private:
   static constexpr size_t kRunMax = 128;
+  // Digits of a selector held back from the field.
+  static constexpr size_t kDigitsHeld = 24;
+
+  // Puts the selector read so far into the current field: the marker, the
+  // first time, after the position to return to, then the held digits.
+  void Spill(bool& spilled, const wchar_t* digits, size_t& held) {
+    if (!spilled) {
+      m_Tab.SavPosPut();
+      m_Tab.PutSym(m_Marker);
+      spilled = true;
+    }
+    Append(digits, held);
+    held = 0;
+  }
 
   // Appended by its length: a run may begin with a null.
   void Append(const wchar_t* run, size_t n) {
