@@ -117,7 +117,7 @@ bool FieldTab::ExistOst(long n) {
   return entry != end() && entry->second->Exist();
 }
 
-bool FieldTab::SetCurrent(long n) {
+bool FieldTab::SetCurrentIndexed(long n) {
   if (n >= 0 && n < kDirect) {
     Fields();
     m_Current = static_cast<size_t>(n) < m_ByNumber.size()

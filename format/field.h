@@ -96,7 +96,17 @@ class FieldTab : public std::map<long, Field*> {
   bool InsertFieldMac(long n, wchar_t c);
   bool ExistOst(long n);
   // Makes field n current; false (and no current field) when n is missing.
-  bool SetCurrent(long n);
+  // Asked for every selector of the table and every reference of every
+  // printed line, hence the lookup by number inline.
+  bool SetCurrent(long n) {
+    if (n >= 0 && n < kDirect && m_Order.size() == size()) {
+      m_Current = static_cast<size_t>(n) < m_ByNumber.size()
+                      ? m_ByNumber[static_cast<size_t>(n)]
+                      : nullptr;
+      return m_Current != nullptr;
+    }
+    return SetCurrentIndexed(n);
+  }
   // Makes the first field whose macro character is c current; false leaves
   // the current field as it was.
   bool SetCurrentMac(wchar_t c);
@@ -154,6 +164,8 @@ class FieldTab : public std::map<long, Field*> {
     return m_Order;
   }
   void Reindex();
+  // SetCurrent once the indexes are made afresh, or for a number above them.
+  bool SetCurrentIndexed(long n);
   std::vector<Field*> m_Order;
   // The fields numbered below kDirect by their number (null for a missing
   // one), up to the highest such number: SetCurrent is asked for every
