@@ -111,27 +111,15 @@ bool FieldTab::InsertFieldMac(long n, wchar_t c) {
   return at(n)->Mac() == c;
 }
 
-bool FieldTab::ExistOst(long n) {
-  // Asked by every conditional jump on a field: one lookup.
-  const auto entry = find(n);
-  return entry != end() && entry->second->Exist();
-}
-
-bool FieldTab::SetCurrentIndexed(long n) {
+Field* FieldTab::FindIndexed(long n) {
   if (n >= 0 && n < kDirect) {
     Fields();
-    m_Current = static_cast<size_t>(n) < m_ByNumber.size()
-                    ? m_ByNumber[static_cast<size_t>(n)]
-                    : nullptr;
-    return m_Current != nullptr;
+    return static_cast<size_t>(n) < m_ByNumber.size()
+               ? m_ByNumber[static_cast<size_t>(n)]
+               : nullptr;
   }
   const auto entry = find(n);
-  if (entry == end()) {
-    m_Current = nullptr;
-    return false;
-  }
-  m_Current = entry->second;
-  return true;
+  return entry != end() ? entry->second : nullptr;
 }
 
 bool FieldTab::SetCurrentMac(wchar_t c) {

@@ -94,18 +94,15 @@ class FieldTab : public std::map<long, Field*> {
   // The character is never stored, so only c == 0 can give true; template
   // macro declarations rely on that.
   bool InsertFieldMac(long n, wchar_t c);
-  bool ExistOst(long n);
+  // Whether field n exists and has unread text.
+  bool ExistOst(long n) {
+    const Field* field = Find(n);
+    return field != nullptr && field->Exist();
+  }
   // Makes field n current; false (and no current field) when n is missing.
-  // Asked for every selector of the table and every reference of every
-  // printed line, hence the lookup by number inline.
   bool SetCurrent(long n) {
-    if (n >= 0 && n < kDirect && m_Order.size() == size()) {
-      m_Current = static_cast<size_t>(n) < m_ByNumber.size()
-                      ? m_ByNumber[static_cast<size_t>(n)]
-                      : nullptr;
-      return m_Current != nullptr;
-    }
-    return SetCurrentIndexed(n);
+    m_Current = Find(n);
+    return m_Current != nullptr;
   }
   // Makes the first field whose macro character is c current; false leaves
   // the current field as it was.
@@ -164,8 +161,19 @@ class FieldTab : public std::map<long, Field*> {
     return m_Order;
   }
   void Reindex();
-  // SetCurrent once the indexes are made afresh, or for a number above them.
-  bool SetCurrentIndexed(long n);
+  // Field n, or null when there is none. Asked for every selector of the
+  // table, every reference of every printed line and every conditional
+  // jump, hence the lookup by number inline.
+  Field* Find(long n) {
+    if (n >= 0 && n < kDirect && m_Order.size() == size()) {
+      return static_cast<size_t>(n) < m_ByNumber.size()
+                 ? m_ByNumber[static_cast<size_t>(n)]
+                 : nullptr;
+    }
+    return FindIndexed(n);
+  }
+  // Find once the indexes are made afresh, or for a number above them.
+  Field* FindIndexed(long n);
   std::vector<Field*> m_Order;
   // The fields numbered below kDirect by their number (null for a missing
   // one), up to the highest such number: SetCurrent is asked for every

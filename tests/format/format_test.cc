@@ -96,7 +96,7 @@ TEST(FieldTest, CursorAndSeparatorRules) {
 
 // Fields come and go in any order of numbers, small and large, and every
 // lookup in between must find exactly the fields there are.
-TEST(FieldTest, SetCurrentFindsExactlyTheFieldsThereAre) {
+TEST(FieldTest, LookupsFindExactlyTheFieldsThereAre) {
   const long numbers[] = {0, 1, 2, 7, 254, 255, 256, 1000, -1, -300, LONG_MAX};
   std::mt19937 rng(3);
   for (int round = 0; round < 50; ++round) {
@@ -106,12 +106,16 @@ TEST(FieldTest, SetCurrentFindsExactlyTheFieldsThereAre) {
       const long n = numbers[rng() % std::size(numbers)];
       if (rng() % 3 == 0) {
         EXPECT_EQ(tab.InsertField(n), made.insert(n).second);
+        // Every field made holds text, so that ExistOst finds it too.
+        tab.SetCurrent(n);
+        tab.PutSym(L'x');
       }
       if (rng() % 20 == 0) {
         tab.freeAll();
         made.clear();
       }
       for (long q : numbers) {
+        ASSERT_EQ(tab.ExistOst(q), made.count(q) == 1) << q;
         ASSERT_EQ(tab.SetCurrent(q), made.count(q) == 1) << q;
         ASSERT_EQ(tab.m_Current != nullptr && tab.m_Current->m_Number == q,
                   made.count(q) == 1)
