@@ -1,5 +1,6 @@
 // Reading the input table and the initial-parameters file into the field
 // tables of Tbl.
+#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <string>
@@ -21,18 +22,10 @@ enum class Selector {
 // The character source and selector scan shared by the three readers. A
 // character that ends the digits of a failed selector is held and handed
 // out again by the next Next(), so that it is treated like any other.
+template <wchar_t Marker>
 class Scan {
  public:
-  Scan(InputFile& in, FieldTab& tab, wchar_t marker)
-      : m_In(in), m_Tab(tab), m_Marker(marker) {
-    for (unsigned b = 0; b < 0x80; ++b) {
-      m_Plain[b] = true;
-    }
-    // The same stops as in the block test of StoreText.
-    for (const wchar_t stop : {L'\0', L'\n', marker, L'@', L'\\'}) {
-      m_Plain[stop] = false;
-    }
-  }
+  Scan(InputFile& in, FieldTab& tab) : m_In(in), m_Tab(tab) {}
 
   // The next character to handle; false at the end of the input.
   bool Next(wchar_t& ch) {
@@ -63,13 +56,7 @@ class Scan {
       if (stream != nullptr) {
         // What the stream has buffered of the text goes into the run
         // straight away; the byte that ends it is read below.
-        n += TakeWhile(
-            stream, run + n, kRunMax - n,
-            [this](unsigned char b) { return m_Plain[b]; },
-            [this](ByteBlock b) {
-              return (b < 0) | (b == 0) | (b == '\n') | (b == m_MarkerByte) |
-                     (b == '@') | (b == '\\');
-            });
+        n += TakeWhile<TextEnds>(stream, run + n, kRunMax - n);
         if (n == kRunMax) {
           Append(run, n);
           n = 0;
@@ -142,7 +129,7 @@ class Scan {
       }
       if (store)
         Spill(spilled, digits, held);
-      if (ch != m_Marker) {
+      if (ch != Marker) {
         m_Held = true;
         m_HeldCh = ch;
         return Selector::kText;
@@ -152,6 +139,11 @@ class Scan {
 
  private:
   static constexpr size_t kRunMax = 128;
+  // The bytes that end a run of text: the stops below, and those from 0x80,
+  // which begin a longer sequence for the decoder.
+  static_assert(Marker > 0 && Marker < 0x80, "the marker is ASCII");
+  using TextEnds = ByteStops<0, '\n', static_cast<signed char>(Marker), '@',
+                             '\\'>;
   // Digits of a selector held back from the field.
   static constexpr size_t kDigitsHeld = 24;
 
@@ -160,7 +152,7 @@ class Scan {
   void Spill(bool& spilled, const wchar_t* digits, size_t& held) {
     if (!spilled) {
       m_Tab.SavPosPut();
-      m_Tab.PutSym(m_Marker);
+      m_Tab.PutSym(Marker);
       spilled = true;
     }
     Append(digits, held);
@@ -176,18 +168,22 @@ class Scan {
   // Where StoreText stops: a null, a line end, the marker, "@" or "\\". A
   // table lookup rather than a chain of compares, whose branches text
   // (letters, blanks, digits in any mix) would keep mispredicting.
-  bool Stops(wchar_t ch) const {
+  static bool Stops(wchar_t ch) {
     const uint32_t code = static_cast<uint32_t>(ch);
-    return code < 0x80 && !m_Plain[code];
+    return code < 0x80 && kStopsAscii[code];
   }
+
+  static constexpr std::array<bool, 0x80> StopTable() {
+    std::array<bool, 0x80> table{};
+    for (unsigned b = 0; b < 0x80; ++b) {
+      table[b] = TextEnds::Stops(static_cast<unsigned char>(b));
+    }
+    return table;
+  }
+  static constexpr std::array<bool, 0x80> kStopsAscii = StopTable();
 
   InputFile& m_In;
   FieldTab& m_Tab;
-  const wchar_t m_Marker;
-  const signed char m_MarkerByte = static_cast<signed char>(m_Marker);
-  // Bytes that StoreText puts into a run as they are: ASCII other than
-  // the stops. Bytes from 0x80 begin a longer sequence for the decoder.
-  bool m_Plain[256] = {};
   bool m_Held = false;
   wchar_t m_HeldCh = 0;
   // The input ended inside StoreText: it is not read again.
@@ -201,7 +197,7 @@ void ReadParameters(InputFile& file) {
   FieldTab& tab = Tbl::TabHdrField;
   tab.SetCurrent(0);
   bool collecting = false;
-  Scan scan(file, tab, L'&');
+  Scan<L'&'> scan(file, tab);
   wchar_t ch;
   while (scan.Next(ch)) {
     if (ch == L'&') {
@@ -242,7 +238,7 @@ bool Tbl::GetHider() {
   // table has one; otherwise there is no current field and it is dropped.
   tab.SetCurrent(0);
   bool line_start = true;
-  Scan scan(*this, tab, L'&');
+  Scan<L'&'> scan(*this, tab);
   wchar_t ch;
   while (scan.Next(ch)) {
     switch (ch) {
@@ -334,7 +330,7 @@ int Tbl::GetRecord() {
   tab.Clear();
   tab.SetCurrent(0);
   bool line_start = true;
-  Scan scan(*this, tab, L'$');
+  Scan<L'$'> scan(*this, tab);
   wchar_t ch;
   while (scan.Next(ch)) {
     switch (ch) {

@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include "textio/wide_vectors.h"
+
 TempDir::TempDir() : m_Path(testing::TempDir() + "formfill-XXXXXX") {
   if (mkdtemp(m_Path.data()) == nullptr)
     throw std::runtime_error("mkdtemp failed for " + m_Path);
@@ -34,4 +36,10 @@ std::string ReadFile(const std::string& path) {
 
 std::wstring Widen(const std::string& bytes) {
   return std::wstring(bytes.begin(), bytes.end());
+}
+
+VectorWidth::VectorWidth(bool wide) : m_Was(SetWideVectors(wide)) {}
+
+VectorWidth::~VectorWidth() {
+  SetWideVectors(m_Was);
 }

@@ -14,16 +14,17 @@ namespace {
 // carriage return. Line feeds, carriage returns, the other low control
 // characters and the bytes that begin a longer sequence take the
 // character-by-character path.
+using LineTextEnds = ByteStops<'\r'>;
+
 bool IsLineText(unsigned char b) {
-  return b > '\r' && b < 0x80;
+  return !LineTextEnds::Stops(b);
 }
 
 // Takes the pending line text at the head of stream's buffer, at most room
 // characters, into out; returns how many. Template lines are mostly long
 // runs of it.
 size_t TakeLineText(FILE* stream, wchar_t* out, size_t room) {
-  return TakeWhile(stream, out, room, IsLineText,
-                   [](ByteBlock b) { return b <= '\r'; });
+  return TakeWhile<LineTextEnds>(stream, out, room);
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "textio/vector_lanes.h"
+#include "textio/wide_vectors.h"
 
 // Every byte of the table, and every byte of every printed template line,
 // is read one at a time. getc_unlocked takes it from the stream's buffer,
@@ -143,32 +144,43 @@ inline void WidenBlock(const unsigned char* __restrict from,
   }
 }
 
-// Takes the pending bytes while plain(byte) holds, at most room of them,
-// each stored in out as the wide character of the same value, and returns
-// how many were taken. stops(block) sets exactly the lanes of the bytes for
-// which plain does not hold: runs go a block at a time, and the block in
+// The lanes of the bytes in block that stop.
+template <signed char AtMost, signed char... Equal>
+ByteBlock StopLanes(ByteBlock block, ByteStops<AtMost, Equal...>) {
+  return (block <= AtMost) | ((block == Equal) | ... | ByteBlock{});
+}
+
+// Takes the pending bytes up to the first that stops, at most room of
+// them, each stored in out as the wide character of the same value, and
+// returns how many were taken. Runs go a block at a time, and the block in
 // which a run ends is widened whole (out has the room) and taken up to the
 // first stop.
-template <typename IsPlain, typename StopLanes>
-size_t TakeWhile(FILE* stream, wchar_t* out, size_t room, IsPlain plain,
-                 StopLanes stops) {
+template <typename Stops>
+size_t TakeWhile(FILE* stream, wchar_t* out, size_t room) {
   const PendingBytes bytes = Pending(stream);
   const unsigned char* p = bytes.next;
   const size_t avail = static_cast<size_t>(bytes.end - p);
   const size_t limit = avail < room ? avail : room;
+#if FORMFILL_WIDE_VECTORS
+  if (limit >= wide_vectors::kBlock && WideVectors()) {
+    const size_t k = wide_vectors::WidenUntil<Stops>(p, limit, out);
+    TakePending(stream, p + k);
+    return k;
+  }
+#endif
   size_t k = 0;
   while (limit - k >= kByteBlock) {
     ByteBlock block;
     std::memcpy(&block, p + k, sizeof block);
     WidenBlock(p + k, out + k);
-    const size_t plain_bytes = FirstLane(stops(block));
+    const size_t plain_bytes = FirstLane(StopLanes(block, Stops()));
     k += plain_bytes;
     if (plain_bytes < kByteBlock) {
       TakePending(stream, p + k);
       return k;
     }
   }
-  while (k < limit && plain(p[k])) {
+  while (k < limit && !Stops::Stops(p[k])) {
     out[k] = static_cast<wchar_t>(p[k]);
     ++k;
   }

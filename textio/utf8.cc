@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "textio/char_blocks.h"
+#include "textio/wide_vectors.h"
 
 namespace {
 
@@ -79,6 +80,11 @@ bool EncodeUtf8(const wchar_t* text, size_t len, char* out, size_t* written) {
     // has ASCII characters before the first other one. Writing all sixteen
     // stays within the room: at least that many characters are left.
     size_t ascii = 0;
+#if FORMFILL_WIDE_VECTORS
+    if (len - i >= wide_vectors::kBlock && WideVectors()) {
+      ascii = wide_vectors::AsciiPrefix(text + i, len - i, p);
+    } else
+#endif
     if (len - i >= kBlock) {
       const unsigned wide = char_blocks::NarrowBlock(text + i, p);
       ascii = wide == 0 ? kBlock : char_blocks::LowestBit(wide);

@@ -20,7 +20,9 @@
 #include "textio/helpers.h"
 #include "textio/input_file.h"
 #include "textio/output_file.h"
+#include "textio/stream_bytes.h"
 #include "textio/utf8.h"
+#include "textio/wide_vectors.h"
 
 namespace {
 
@@ -156,7 +158,11 @@ TEST(InputFileTest, SeeksAndBlockReadsAgreeWithAByteByByteModel) {
     starts.push_back(pos);
 
   TempDir dir;
-  InputFile file(dir.Write("in", bytes).c_str());
+  const std::wstring name = dir.Write("in", bytes);
+  for (const bool wide : {false, true}) {
+  SCOPED_TRACE(wide ? "32-byte blocks" : "16-byte blocks");
+  VectorWidth width(wide);
+  InputFile file(name.c_str());
   std::vector<wchar_t> buf(kMax + 2);
   size_t at = 0;
   for (int step = 0; step < 20000; ++step) {
@@ -179,6 +185,55 @@ TEST(InputFileTest, SeeksAndBlockReadsAgreeWithAByteByByteModel) {
     ASSERT_EQ(text, line.c_str()) << "line " << at;
     ASSERT_EQ(shape.tabs, text.find(L'\t') != text.npos) << "line " << at;
     ASSERT_EQ(file.GetFilePointer(), static_cast<long>(pos)) << "line " << at;
+  }
+  }
+}
+
+// The run of plain bytes taken from a stream's buffer against the bytes of
+// the file: all of them plain and the next one a stop, unless the room or
+// the buffer ran out. With the stops of the table's text, at random rooms,
+// over text whose stops come close together and far apart.
+TEST(StreamBytesTest, TakeWhileStopsAtTheFirstStopByte) {
+  using Stops = ByteStops<0, '\n', '$', '@', '\\'>;
+  const std::string stops_and_more = std::string("\n$@\\\x01\x7F\x80\xC3\xFF", 9) +
+                                     std::string(1, '\0');
+  std::mt19937 rng(5);
+  std::string bytes;
+  while (bytes.size() < 100000) {
+    const size_t plain = rng() % 4 == 0 ? rng() % 300 : rng() % 12;
+    for (size_t k = 0; k < plain; ++k)
+      bytes.push_back(static_cast<char>(' ' + rng() % 95));
+    bytes.push_back(stops_and_more[rng() % stops_and_more.size()]);
+  }
+  TempDir dir;
+  const std::wstring name = dir.Write("in", bytes);
+  for (const bool wide : {false, true}) {
+    SCOPED_TRACE(wide ? "32-byte blocks" : "16-byte blocks");
+    VectorWidth width(wide);
+    InputFile file(name.c_str());
+    std::vector<wchar_t> out(200);
+    size_t pos = 0;
+    while (pos < bytes.size()) {
+      const size_t room = 1 + rng() % out.size();
+      const size_t taken = TakeWhile<Stops>(file.m_Stream, out.data(), room);
+      ASSERT_LE(taken, room);
+      for (size_t k = 0; k < taken; ++k) {
+        ASSERT_EQ(out[k], static_cast<wchar_t>(
+                              static_cast<unsigned char>(bytes[pos + k])))
+            << "at " << pos + k;
+        ASSERT_FALSE(Stops::Stops(static_cast<unsigned char>(bytes[pos + k])))
+            << "at " << pos + k;
+      }
+      pos += taken;
+      const int next = getc(file.m_Stream);
+      ASSERT_EQ(next, static_cast<unsigned char>(bytes[pos])) << "at " << pos;
+      // A plain byte left behind: the room was used up, or the stream's
+      // buffer, which holds whole blocks of the file.
+      if (!Stops::Stops(static_cast<unsigned char>(next))) {
+        ASSERT_TRUE(taken == room || pos % 4096 == 0) << "at " << pos;
+      }
+      ++pos;
+    }
   }
 }
 
@@ -214,12 +269,16 @@ void CheckFindFirstOf(const std::vector<wchar_t>& others) {
 }
 
 TEST(CharBlocksTest, FindFirstOfAgreesWithAPlainLoop) {
-  CheckFindFirstOf<L'?', L'$', L'&'>(
-      {L' ', L'a', L'\x7F', L'\x424', L'\x13F', L'\x10026', L'\x8000',
-       static_cast<wchar_t>(-220)});
-  CheckFindFirstOf<L'\x01', L'\0'>(
-      {L' ', L'a', L'\x100', L'\x10000', L'\x101', static_cast<wchar_t>(-256),
-       static_cast<wchar_t>(-1)});
+  for (const bool wide : {false, true}) {
+    SCOPED_TRACE(wide ? "32-byte blocks" : "16-byte blocks");
+    VectorWidth width(wide);
+    CheckFindFirstOf<L'?', L'$', L'&'>(
+        {L' ', L'a', L'\x7F', L'\x424', L'\x13F', L'\x10026', L'\x8000',
+         static_cast<wchar_t>(-220)});
+    CheckFindFirstOf<L'\x01', L'\0'>(
+        {L' ', L'a', L'\x100', L'\x10000', L'\x101',
+         static_cast<wchar_t>(-256), static_cast<wchar_t>(-1)});
+  }
 }
 
 #pragma GCC diagnostic push
@@ -248,16 +307,20 @@ TEST(Utf8Test, AgreesWithTheStandardFacet) {
   Facet facet;
   std::mt19937 rng(7);
   for (int i = 0; i < 40000; ++i) {
+    // Both sets of block loops, by turns.
+    VectorWidth width(i % 4 < 2);
     std::wstring w;
     std::string s;
     // Short texts of such values, and longer ones of mostly ASCII, where
     // the encoder's blocks meet them at any place.
     const bool mostly_ascii = i % 2 == 1;
-    for (int n = mostly_ascii ? rng() % 48 : rng() % 6; n > 0; --n) {
+    for (int n = mostly_ascii ? rng() % 100 : rng() % 6; n > 0; --n) {
       const uint32_t v = rng();  // an edge, one below it, or any code point
       long c = v % 3 == 2 ? v % 0x110000 : edges[v % 8] - v % 2;
-      if (mostly_ascii && v % 8 != 0)
-        c = L' ' + v % 95;
+      if (mostly_ascii) {
+        // Now and then an edge or one below it (a null, a negative value).
+        c = v % 8 != 0 ? L' ' + v % 95 : edges[rng() % 8] - rng() % 2;
+      }
       w.push_back(static_cast<wchar_t>(c));
       s.push_back(static_cast<char>(bytes[rng() % sizeof bytes]));
     }
