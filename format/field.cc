@@ -8,7 +8,11 @@ namespace {
 
 // The blanks that a value loses at its end.
 bool IsTrailingBlank(wchar_t c) {
-  return c == L' ' || c == L'\t' || c == L'\r' || c == L'\n';
+  // One test of a bit: this runs at every line end of the table.
+  constexpr uint64_t kBlanks = uint64_t{1} << L' ' | uint64_t{1} << L'\t' |
+                               uint64_t{1} << L'\r' | uint64_t{1} << L'\n';
+  const uint32_t code = static_cast<uint32_t>(c);
+  return code <= L' ' && ((kBlanks >> code) & 1u) != 0;
 }
 
 }  // namespace

@@ -49,10 +49,16 @@ int StretchStop(const wchar_t* line, int k, int len) {
 // practice, instead of wrapping around to some other field's number.
 long ReadNumber(wchar_t* line, int* k, bool blank_digits) {
   constexpr unsigned long kMax = LONG_MAX;
+  // Below this, any digit can follow without passing kMax.
+  constexpr unsigned long kRoomy = (kMax - 9) / 10;
   unsigned long n = 0;
   while (IsDigit(line[*k])) {
     const unsigned long digit = static_cast<unsigned long>(line[*k] - L'0');
-    n = n > (kMax - digit) / 10 ? kMax : n * 10 + digit;
+    if (n <= kRoomy || n <= (kMax - digit) / 10) {
+      n = n * 10 + digit;
+    } else {
+      n = kMax;
+    }
     if (blank_digits) {
       line[*k] = L' ';
     }
