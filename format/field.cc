@@ -172,9 +172,18 @@ void FieldTab::DelEndBlankField() {
 }
 
 bool FieldTab::Exist() {
-  for (const Field* field : Fields()) {
-    if (field->Exist())
+  // Asked after every printed line; while a record is printed, the field
+  // found with text last time mostly still has some, so it is looked at
+  // first.
+  const std::vector<Field*>& fields = Fields();
+  if (m_ExistHint < fields.size() && fields[m_ExistHint]->Exist()) {
+    return true;
+  }
+  for (size_t k = 0; k < fields.size(); ++k) {
+    if (fields[k]->Exist()) {
+      m_ExistHint = k;
       return true;
+    }
   }
   return false;
 }

@@ -175,6 +175,8 @@ class FieldTab : public std::map<long, Field*> {
   // Find once the indexes are made afresh, or for a number above them.
   Field* FindIndexed(long n);
   std::vector<Field*> m_Order;
+  // Where Exist last found a field with text; only an order to look in.
+  size_t m_ExistHint = 0;
   // The fields numbered below kDirect by their number (null for a missing
   // one), up to the highest such number: SetCurrent is asked for every
   // selector of the table and every reference of every printed line, and
