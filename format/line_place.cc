@@ -60,13 +60,7 @@ void Line::DelTab(const wchar_t* src, wchar_t* dst) {
 }
 
 int Line::DelTabLength(const wchar_t* src, size_t src_len, wchar_t* dst) {
-  // The line ends after the last character that is neither a blank nor a
-  // line feed. Carriage returns and tabs at the end stay: old templates rely
-  // on a trailing tab to keep a line's width.
-  size_t keep = src_len;
-  while (keep > 0 && (src[keep - 1] == L' ' || src[keep - 1] == L'\n')) {
-    --keep;
-  }
+  const size_t keep = KeptLength(src, src_len);
   // Every printed line passes through here; most have no tab and are
   // copied as they stand, or left where they are.
   if (dst == src || std::wmemchr(src, L'\t', keep) == nullptr) {

@@ -1,5 +1,6 @@
 // Line::ConvStr: turns a template line into output text. Line is declared in
 // template/line.h; its formatting members are defined here in format/.
+#include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
@@ -260,7 +261,9 @@ int Line::ConvInto(wchar_t* line) const {
     }
     if (!shape.tabs) {
       // Most lines: nothing to expand, the line is cut where it was read.
-      len = Line::DelTabLength(line, shape.length, line);
+      len = static_cast<int>(std::min(Line::KeptLength(line, shape.length),
+                                      size_t{kMaxLine}));
+      line[len] = L'\0';
     } else {
       wchar_t raw[kRawLineBuf];
       std::wmemcpy(raw, line, shape.length);

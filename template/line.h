@@ -40,6 +40,16 @@ struct Line {
   // wcslen(src), already known to the caller. For a line known to hold no
   // tab, dst may be src itself: the line is then cut where it stands.
   static int DelTabLength(const wchar_t* src, size_t src_len, wchar_t* dst);
+  // The length of src[0, src_len) without the blanks and line feeds at its
+  // end, as DelTab keeps it. Carriage returns and tabs at the end stay: old
+  // templates rely on a trailing tab to keep a line's width.
+  static size_t KeptLength(const wchar_t* src, size_t src_len) {
+    while (src_len > 0 &&
+           (src[src_len - 1] == L' ' || src[src_len - 1] == L'\n')) {
+      --src_len;
+    }
+    return src_len;
+  }
   // True when c may end a line's part of a wrapped value.
   static bool IsRasdel(wchar_t c);
 
