@@ -108,15 +108,19 @@ bool InputFile::GetLine(wchar_t* buf, int max, LineShape& shape) {
   const auto c_string_length = [&first_null](ptrdiff_t stored) {
     return static_cast<size_t>(first_null >= 0 ? first_null : stored);
   };
-  wchar_t ch;
+  wchar_t ch = 0;
   // Only the first character can be a pushed-back one; the rest come
-  // straight from the stream.
-  bool got = Get(ch);
+  // straight from the stream. Without one, the line starts as a run of
+  // text taken from the stream, with no character in hand yet.
+  bool in_hand = m_IsBack || stream == nullptr;
+  bool got = in_hand ? Get(ch) : true;
   while (got) {
     // Files edited on other systems end their lines with CR LF; a
     // carriage return is never wanted in a template line, wherever it
     // stands.
-    if (ch != L'\r') {
+    if (!in_hand) {
+      in_hand = true;
+    } else if (ch != L'\r') {
       if (ch == L'\n' && n <= max) {
         buf[n++] = ch;
         buf[n] = 0;
@@ -160,6 +164,13 @@ bool InputFile::GetLine(wchar_t* buf, int max, LineShape& shape) {
         }
         *out++ = static_cast<wchar_t>(b);
         continue;
+      }
+      if (b == '\n' && out - buf <= max) {
+        // The usual end of a line, as the test at the top would take it.
+        *out++ = L'\n';
+        *out = 0;
+        shape.length = c_string_length(out - buf);
+        return true;
       }
       if (b >= 0 && b < 0x80) {
         ch = static_cast<wchar_t>(b);
