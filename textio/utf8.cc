@@ -75,10 +75,11 @@ bool EncodeUtf8(const wchar_t* text, size_t len, char* out, size_t* written) {
   bool ok = true;
   size_t i = 0;
   while (i < len) {
-    // A document is mostly ASCII, which goes sixteen characters at a time:
-    // a block is narrowed whole, and as many of its bytes are kept as it
-    // has ASCII characters before the first other one. Writing all sixteen
-    // stays within the room: at least that many characters are left.
+    // A document is mostly ASCII, which goes a block at a time (32
+    // characters with the wide vectors, else 16): a block is narrowed
+    // whole, and as many of its bytes are kept as it has ASCII characters
+    // before the first other one. Writing the whole block stays within the
+    // room: at least that many characters are left.
     size_t ascii = 0;
 #if FORMFILL_WIDE_VECTORS
     if (len - i >= wide_vectors::kBlock && WideVectors()) {
