@@ -41,8 +41,6 @@ bool SetWideVectors(bool on);
 // constants.
 template <signed char AtMost, signed char... Equal>
 struct ByteStops {
-  static constexpr signed char kAtMost = AtMost;
-
   static constexpr bool Stops(unsigned char b) {
     const auto s = static_cast<signed char>(b);
     return (s <= AtMost) | ((s == Equal) | ... | false);
