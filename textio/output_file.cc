@@ -1,7 +1,11 @@
 #include "textio/output_file.h"
 
 #include <stdio.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <cstdlib>
+#include <exception>
 #include <iostream>
 #include <stdexcept>
 #include <string>
@@ -30,7 +34,90 @@ size_t WriteBytes(const char* bytes, size_t count, FILE* stream) {
 #endif
 }
 
+#if defined(__GLIBC__)
+// The document of the run, for the terminate handler below.
+OutputFile* g_Document = nullptr;
+bool g_HandlerSet = false;
+std::terminate_handler g_PreviousTerminate = nullptr;
+
+// A run ends abnormally through an exception nobody catches (a character
+// above U+10FFFF, a line pushed past its buffer). The stream's buffer is
+// not flushed then, so the file keeps what the stream had written; with
+// the library's own small buffer that was all but the last few kilobytes,
+// and that is what such a run has always left. The document is written
+// through a larger buffer (far fewer system calls), so the file is brought
+// to that length here before the usual message and abort.
+[[noreturn]] void TerminateLeavingDocument() {
+  if (g_Document != nullptr) {
+    g_Document->LeaveAsLibraryWould();
+  }
+  if (g_PreviousTerminate != nullptr) {
+    g_PreviousTerminate();
+  }
+  std::abort();
+}
+
+// The document's buffer, larger than the library's own.
+constexpr size_t kDocumentBuffer = 64 * 1024;
+#endif
+
 }  // namespace
+
+void OutputFile::LibraryBlocks::Add(size_t count) {
+  const size_t fits = started && block - held < count ? block - held
+                      : started                       ? count
+                                                      : 0;
+  held += fits;
+  count -= fits;
+  if (count == 0) {
+    return;
+  }
+  // The buffer is written, then whole blocks straight from the text; the
+  // rest waits in the buffer.
+  started = true;
+  written += held;
+  const size_t direct = count - count % block;
+  written += direct;
+  held = count - direct;
+}
+
+void OutputFile::Handed(size_t count) {
+  if (m_Library.block != 0) {
+    m_Library.Add(count);
+    m_Handed += count;
+  }
+}
+
+void OutputFile::LeaveAsLibraryWould() {
+#if defined(__GLIBC__)
+  if (m_Stream == nullptr || m_Library.block == 0) {
+    return;
+  }
+  const int fd = fileno(m_Stream);
+  const char* const pending = m_Stream->_IO_write_base;
+  const size_t held = pending != nullptr
+                          ? static_cast<size_t>(m_Stream->_IO_write_ptr - pending)
+                          : 0;
+  const uint64_t on_file = m_Handed - held;
+  if (m_Library.written > on_file) {
+    size_t left = static_cast<size_t>(m_Library.written - on_file);
+    const char* from = pending;
+    while (left > 0) {
+      const ssize_t done = write(fd, from, left);
+      if (done <= 0) {
+        break;
+      }
+      from += done;
+      left -= static_cast<size_t>(done);
+    }
+  } else if (m_Library.written < on_file) {
+    static_cast<void>(ftruncate(fd, static_cast<off_t>(m_Library.written)));
+  }
+  // What the stream still holds is not the file's any more.
+  m_Stream->_IO_write_ptr = m_Stream->_IO_write_base;
+  m_Library.block = 0;
+#endif
+}
 
 OutputFile::OutputFile(wchar_t const* name, bool append)
     : m_Stream(nullptr), m_Console(false) {
@@ -46,6 +133,27 @@ OutputFile::OutputFile(wchar_t const* name, bool append)
   // afresh, and the scripts around the program expect a file holding one
   // run only.
   m_Stream = fopen(path.c_str(), "wb");
+#if defined(__GLIBC__)
+  // A regular file gets the larger buffer, and count is kept of what the
+  // library's own would have written: st_blksize, at most BUFSIZ, is what
+  // it takes. Anything else (a terminal, a pipe) keeps the library's
+  // buffering as it is.
+  struct stat st;
+  if (m_Stream != nullptr && fstat(fileno(m_Stream), &st) == 0 &&
+      S_ISREG(st.st_mode)) {
+    m_Buffer.reset(new char[kDocumentBuffer]);
+    if (setvbuf(m_Stream, m_Buffer.get(), _IOFBF, kDocumentBuffer) == 0) {
+      m_Library.block = st.st_blksize > 0 && st.st_blksize < BUFSIZ
+                            ? static_cast<size_t>(st.st_blksize)
+                            : size_t{BUFSIZ};
+      g_Document = this;
+      if (!g_HandlerSet) {
+        g_PreviousTerminate = std::set_terminate(TerminateLeavingDocument);
+        g_HandlerSet = true;
+      }
+    }
+  }
+#endif
   if (m_Stream != nullptr && append) {
     fseek(m_Stream, 0, SEEK_END);
   }
@@ -55,6 +163,11 @@ OutputFile::~OutputFile() {
   if (m_Stream != nullptr) {
     fclose(m_Stream);
   }
+#if defined(__GLIBC__)
+  if (g_Document == this) {
+    g_Document = nullptr;
+  }
+#endif
 }
 
 void OutputFile::Write(const wchar_t* text, size_t len) {
@@ -70,6 +183,7 @@ void OutputFile::Write(const wchar_t* text, size_t len) {
         throw std::range_error("wstring_convert::to_bytes");
       }
       TakeRoom(m_Stream, room.next + count);
+      Handed(count);
       return;
     }
   }
@@ -94,6 +208,7 @@ void OutputFile::Write(const wchar_t* text, size_t len) {
     // A full disk is not detected; the document is as complete as the
     // device allowed.
     static_cast<void>(WriteBytes(bytes.data(), count, m_Stream));
+    Handed(count);
   }
 }
 

@@ -1,7 +1,9 @@
 #ifndef FORMFILL_TEXTIO_OUTPUT_FILE_H_
 #define FORMFILL_TEXTIO_OUTPUT_FILE_H_
 
+#include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -35,8 +37,32 @@ class OutputFile {
   FILE* m_Stream;
   bool m_Console;
 
+  // Brings the file to what it would hold by now had the stream kept the C
+  // library's own buffer: for a run that ends abnormally, whose last
+  // buffered bytes never reach the file. Nothing is written afterwards.
+  void LeaveAsLibraryWould();
+
  private:
   void Write(const wchar_t* text, size_t len);
+  // count more bytes handed to the stream.
+  void Handed(size_t count);
+
+  // How much of the document a stream with the library's own buffer would
+  // have written to the file: nothing while a write fits in that buffer,
+  // otherwise the buffer, then as many whole buffers' worth straight away,
+  // the rest kept.
+  struct LibraryBlocks {
+    size_t block = 0;  // that buffer's size; 0 while not kept count of
+    size_t held = 0;
+    bool started = false;
+    uint64_t written = 0;
+    void Add(size_t count);
+  };
+
+  // The larger buffer the document is written through (see Write).
+  std::unique_ptr<char[]> m_Buffer;
+  LibraryBlocks m_Library;
+  uint64_t m_Handed = 0;
 };
 
 #endif  // FORMFILL_TEXTIO_OUTPUT_FILE_H_
