@@ -111,6 +111,8 @@ void OutputFile::LeaveAsLibraryWould() {
       left -= static_cast<size_t>(done);
     }
   } else if (m_Library.written < on_file) {
+    // Only a block size that does not divide the larger buffer lets the
+    // stream get ahead of the library's; the file is cut back.
     static_cast<void>(ftruncate(fd, static_cast<off_t>(m_Library.written)));
   }
   // What the stream still holds is not the file's any more.
