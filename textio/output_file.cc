@@ -64,9 +64,9 @@ constexpr size_t kDocumentBuffer = 64 * 1024;
 }  // namespace
 
 void OutputFile::LibraryBlocks::Add(size_t count) {
-  const size_t fits = started && block - held < count ? block - held
-                      : started                       ? count
-                                                      : 0;
+  // Before the first write the library has no buffer yet: no room.
+  const size_t room = started ? block - held : 0;
+  const size_t fits = count < room ? count : room;
   held += fits;
   count -= fits;
   if (count == 0) {
