@@ -4,6 +4,7 @@
 #include <iostream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "driver/tbl.h"
 #include "template/blank.h"
@@ -39,7 +40,11 @@ int Tbl::Execute() {
   // It is given the characters of OutFile, never the shared console name:
   // without -O the document goes to a file named CON, where existing scripts
   // collect it.
-  OutputFile out(OutFile.c_str(), Add != 0);
+  std::vector<std::wstring> read_back{InpFile};
+  for (int section = 1; section <= 3; ++section) {
+    read_back.push_back(Blank::SectionPath(BlankFile, section));
+  }
+  OutputFile out(OutFile.c_str(), Add != 0, read_back);
   Blank blank(BlankFile.c_str(), out);
   totBreak = 0;
 

@@ -244,6 +244,13 @@ void ScanText(const wchar_t* raw, wchar_t* copy) {
   }
 }
 
+// The file name of section n: the template's name with ".n" after it.
+std::wstring SectionName(std::wstring const& name, int section) {
+  wchar_t suffix[16];
+  swprintf(suffix, 16, L".%d", section);
+  return name + suffix;
+}
+
 }  // namespace
 
 Blank::Blank(wchar_t const* name, OutputFile& out)
@@ -272,6 +279,10 @@ Blank::~Blank() {
   }
 }
 
+std::wstring Blank::SectionPath(std::wstring const& name, int section) {
+  return Tbl::PathBlank + SectionName(name, section);
+}
+
 bool Blank::FileExist(std::wstring const& dir, std::wstring const& name) {
   const std::string path = ToUtf8(dir + L"/" + name);
   return access(path.c_str(), F_OK) == 0;
@@ -293,19 +304,15 @@ int Blank::Load(int section) {
   // Set before the file is touched: after a failed load, loading the same
   // section again reports success, and the run stops on the failure anyway.
   m_Section = section;
-  wchar_t suffix[16];
-  swprintf(suffix, 16, L".%d", section);
-  const std::wstring file = m_Name + suffix;
-
   // The directory of -P is given with its trailing "/". The existence test
   // adds one of its own, the open does not: a directory given without the
   // slash passes the test and then fails to open, as it always has.
   bool opened = false;
   if (!Tbl::PathBlank.empty()) {
-    opened = FileExist(Tbl::PathBlank, file) &&
-             m_File.Open((Tbl::PathBlank + file).c_str());
+    opened = FileExist(Tbl::PathBlank, SectionName(m_Name, section)) &&
+             m_File.Open(SectionPath(m_Name, section).c_str());
   } else {
-    opened = m_File.Open(file.c_str());
+    opened = m_File.Open(SectionPath(m_Name, section).c_str());
   }
   if (!opened) {
     return 0;

@@ -37,6 +37,9 @@ class Blank {
   // Resets the loop guards of every entry.
   void ClrCount();
 
+  // The file Load opens for section n of the template called name.
+  static std::wstring SectionPath(std::wstring const& name, int section);
+
   // True when dir + "/" + name exists.
   static bool FileExist(std::wstring const& dir, std::wstring const& name);
 

@@ -121,7 +121,33 @@ void OutputFile::LeaveAsLibraryWould() {
 #endif
 }
 
-OutputFile::OutputFile(wchar_t const* name, bool append)
+namespace {
+
+#if defined(__GLIBC__)
+// True when one of paths names the same file as st. A name that cannot be
+// converted names nothing here; opening it fails later in its own way.
+bool AmongFiles(std::vector<std::wstring> const& paths, struct stat const& st) {
+  for (const std::wstring& path : paths) {
+    std::string bytes;
+    try {
+      bytes = ToUtf8(path);
+    } catch (const std::range_error&) {
+      continue;
+    }
+    struct stat other;
+    if (stat(bytes.c_str(), &other) == 0 && other.st_dev == st.st_dev &&
+        other.st_ino == st.st_ino) {
+      return true;
+    }
+  }
+  return false;
+}
+#endif
+
+}  // namespace
+
+OutputFile::OutputFile(wchar_t const* name, bool append,
+                       std::vector<std::wstring> const& read_back)
     : m_Stream(nullptr), m_Console(false) {
   // Only this very pointer selects the console. The run's output-name
   // setting holds its own copy of "CON", so without -O the document goes to
@@ -139,10 +165,12 @@ OutputFile::OutputFile(wchar_t const* name, bool append)
   // A regular file gets the larger buffer, and count is kept of what the
   // library's own would have written: st_blksize, at most BUFSIZ, is what
   // it takes. Anything else (a terminal, a pipe) keeps the library's
-  // buffering as it is.
+  // buffering as it is, and so does a document that the run reads back (a
+  // template section named as the document, say): what such a read finds
+  // depends on when each block reached the file.
   struct stat st;
   if (m_Stream != nullptr && fstat(fileno(m_Stream), &st) == 0 &&
-      S_ISREG(st.st_mode)) {
+      S_ISREG(st.st_mode) && !AmongFiles(read_back, st)) {
     m_Buffer.reset(new char[kDocumentBuffer]);
     if (setvbuf(m_Stream, m_Buffer.get(), _IOFBF, kDocumentBuffer) == 0) {
       m_Library.block = st.st_blksize > 0 && st.st_blksize < BUFSIZ

@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 // The one shared "CON" text. An OutputFile constructed with this very
 // pointer writes to standard output; any other pointer, even one that
@@ -19,7 +20,11 @@ class OutputFile {
   // append the stream is then put at the end, which keeps nothing. After
   // construction the output is unusable when neither m_Console is set nor
   // m_Stream is open. A name above U+10FFFF throws std::range_error.
-  OutputFile(wchar_t const* name, bool append);
+  // read_back names the files the run reads while it writes the document;
+  // when the document is one of them, what the reads find of it is what
+  // the C library's own buffering would have put on disk by then.
+  OutputFile(wchar_t const* name, bool append,
+             std::vector<std::wstring> const& read_back = {});
   virtual ~OutputFile();
 
   OutputFile(const OutputFile&) = delete;
