@@ -12,6 +12,9 @@
 
 namespace {
 
+// The table's read buffer, in bytes.
+constexpr size_t kTableBuffer = 64 * 1024;
+
 // How a selector ("&N;" or "$N;") that began with its marker ended.
 enum class Selector {
   kSelected,  // ";" followed the digits; the number is known
@@ -229,7 +232,9 @@ void ReadParameters(InputFile& file) {
 }  // namespace
 
 bool Tbl::GetHider() {
-  Open(InpFile.c_str());
+  // The table is read from start to end once, through a buffer larger than
+  // the library's: a sixteenth of the reads.
+  Open(InpFile.c_str(), kTableBuffer);
   if (!IsOpen())
     return false;
   FieldTab& tab = TabHdrField;

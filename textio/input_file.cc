@@ -43,15 +43,23 @@ InputFile::~InputFile() {
   }
 }
 
-bool InputFile::Open(wchar_t const* name) {
+bool InputFile::Open(wchar_t const* name, size_t buffer) {
   const std::string path = ToUtf8(std::wstring(name));
   // The template reader opens its sections one after another through this
   // object. The handle held before is replaced, not closed: it stays open
   // until the process ends, which costs one descriptor per section and
   // never pulls a stream from under a caller. A pending pushed-back
-  // character survives as well and is delivered first.
+  // character survives as well and is delivered first. A buffer given to
+  // the old stream stays with it for as long.
+  static_cast<void>(m_Buffer.release());
   m_Stream = fopen(path.c_str(), "rb");
   if (m_Stream != nullptr) {
+    if (buffer > 0) {
+      m_Buffer.reset(new char[buffer]);
+      if (setvbuf(m_Stream, m_Buffer.get(), _IOFBF, buffer) != 0) {
+        m_Buffer.reset();
+      }
+    }
     fseek(m_Stream, 0, SEEK_SET);
   }
   return m_Stream != nullptr;

@@ -3,6 +3,9 @@
 
 #include <stdio.h>
 
+#include <cstddef>
+#include <memory>
+
 // Reads a UTF-8 text file as wide characters: one at a time with a
 // one-character push-back, whole lines, and byte positions to come back to.
 // Failures are false results; the caller picks the message.
@@ -17,8 +20,10 @@ class InputFile {
 
   // Opens name (never null) for reading. A stream already held is replaced
   // without being closed. Returns true when a file is open afterwards.
-  // A name above U+10FFFF throws std::range_error.
-  bool Open(wchar_t const* name);
+  // A name above U+10FFFF throws std::range_error. With buffer above 0 the
+  // stream reads through a buffer of that many bytes, which lives as long
+  // as the stream; otherwise through the C library's own.
+  bool Open(wchar_t const* name, size_t buffer = 0);
 
   // True while a file is open.
   bool IsOpen() const { return m_Stream != nullptr; }
@@ -69,6 +74,9 @@ class InputFile {
   bool m_IsBack;
 
  private:
+  // The buffer Open gave m_Stream, if it gave one.
+  std::unique_ptr<char[]> m_Buffer;
+
   // Decodes one character from stream (null: none open); false as for Get.
   // A table or template is nearly all ASCII, which is decoded here, inline
   // in the reading loops; longer sequences go to DecodeMore.

@@ -159,10 +159,15 @@ TEST(InputFileTest, SeeksAndBlockReadsAgreeWithAByteByByteModel) {
 
   TempDir dir;
   const std::wstring name = dir.Write("in", bytes);
+  // The library's buffer, and buffers of the reader's own: a size that
+  // divides no block, and the table's.
+  for (const size_t buffer : {size_t{0}, size_t{1000}, size_t{65536}})
   for (const bool wide : {false, true}) {
   SCOPED_TRACE(wide ? "32-byte blocks" : "16-byte blocks");
+  SCOPED_TRACE("buffer " + std::to_string(buffer));
   VectorWidth width(wide);
-  InputFile file(name.c_str());
+  InputFile file;
+  ASSERT_TRUE(file.Open(name.c_str(), buffer));
   std::vector<wchar_t> buf(kMax + 2);
   size_t at = 0;
   for (int step = 0; step < 20000; ++step) {
@@ -187,6 +192,25 @@ TEST(InputFileTest, SeeksAndBlockReadsAgreeWithAByteByByteModel) {
     ASSERT_EQ(file.GetFilePointer(), static_cast<long>(pos)) << "line " << at;
   }
   }
+}
+
+// A stream replaced by a second Open stays open, and readable, with the
+// buffer it was given.
+TEST(InputFileTest, AReplacedStreamKeepsItsOwnBuffer) {
+  TempDir dir;
+  const std::string first(5000, 'a');
+  InputFile file;
+  ASSERT_TRUE(file.Open(dir.Write("first", first).c_str(), 100));
+  wchar_t ch = 0;
+  ASSERT_TRUE(file.Get(ch));
+  FILE* const replaced = file.m_Stream;
+  ASSERT_TRUE(file.Open(dir.Write("second", "b").c_str(), 100));
+  std::string rest;
+  for (int c = getc(replaced); c != EOF; c = getc(replaced))
+    rest.push_back(static_cast<char>(c));
+  EXPECT_EQ(rest, first.substr(1));
+  ASSERT_TRUE(file.Get(ch));
+  EXPECT_EQ(ch, L'b');
 }
 
 // The run of plain bytes taken from a stream's buffer against the bytes of
