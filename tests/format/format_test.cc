@@ -3,6 +3,7 @@
 // macro characters that only a test can bind).
 #include <algorithm>
 #include <climits>
+#include <cstdint>
 #include <functional>
 #include <iterator>
 #include <map>
@@ -239,6 +240,10 @@ TEST(ConvStrTest, MarkerEdges) {
       {"# #", L"1 2", 0, 2, "two runs, two pages"},
       {"ab#", L"ab100", 99, 100, "counter wider than the run at the end"},
       {"#$1", L"101", 9, 10, "counter over a marker"},
+      {"############", L" -2147483648", INT32_MAX, INT32_MIN,
+       "the counter wraps to the smallest value"},
+      {"###########", L"-2147483647", INT32_MIN, INT32_MIN + 1,
+       "a negative counter"},
       {"N>     N|", L"     Bob|", 0, 0, "macro stretch, right"},
       {std::string(4094, 'a') + "#", std::wstring(4094, L'a') + L"1", 99, 100,
        "counter cut at the buffer's end"},
