@@ -410,6 +410,25 @@ TEST(OutputFileTest, AnAbnormalEndLeavesWhatTheLibrarysBufferWould) {
   }
 }
 
+// A document that the run reads back, named there in another spelling,
+// holds after every write what a plain stream would have put on disk.
+TEST(OutputFileTest, ADocumentReadBackHasTheLibrarysBlocksOnDisk) {
+  TempDir dir;
+  const std::string doc = dir.path() + "/doc";
+  const std::string ref = dir.path() + "/ref";
+  OutputFile out(Widen(doc).c_str(), false,
+                 {Widen(dir.path() + "/./doc"), L"elsewhere"});
+  FILE* const plain = fopen(ref.c_str(), "wb");
+  ASSERT_NE(plain, nullptr);
+  for (size_t size : {100, 3000, 5000, 20000, 10}) {
+    const std::string text(size, 'q');
+    out << Widen(text);
+    fwrite(text.data(), 1, text.size(), plain);
+    EXPECT_EQ(ReadFile(doc).size(), ReadFile(ref).size()) << "after " << size;
+  }
+  fclose(plain);
+}
+
 TEST(HelpersTest, WsplitpathKeepsTheSlashAndSplitsAtTheLastDot) {
   const struct {
     std::wstring path, expected;  // dir|name|ext
