@@ -307,13 +307,10 @@ int Blank::Load(int section) {
   // The directory of -P is given with its trailing "/". The existence test
   // adds one of its own, the open does not: a directory given without the
   // slash passes the test and then fails to open, as it always has.
-  bool opened = false;
-  if (!Tbl::PathBlank.empty()) {
-    opened = FileExist(Tbl::PathBlank, SectionName(m_Name, section)) &&
-             m_File.Open(SectionPath(m_Name, section).c_str());
-  } else {
-    opened = m_File.Open(SectionPath(m_Name, section).c_str());
-  }
+  const bool opened =
+      (Tbl::PathBlank.empty() ||
+       FileExist(Tbl::PathBlank, SectionName(m_Name, section))) &&
+      m_File.Open(SectionPath(m_Name, section).c_str());
   if (!opened) {
     return 0;
   }

@@ -59,6 +59,25 @@ std::terminate_handler g_PreviousTerminate = nullptr;
 
 // The document's buffer, larger than the library's own.
 constexpr size_t kDocumentBuffer = 64 * 1024;
+
+// True when one of paths names the same file as st. A name that cannot be
+// converted names nothing here; opening it fails later in its own way.
+bool AmongFiles(std::vector<std::wstring> const& paths, struct stat const& st) {
+  for (const std::wstring& path : paths) {
+    std::string bytes;
+    try {
+      bytes = ToUtf8(path);
+    } catch (const std::range_error&) {
+      continue;
+    }
+    struct stat other;
+    if (stat(bytes.c_str(), &other) == 0 && other.st_dev == st.st_dev &&
+        other.st_ino == st.st_ino) {
+      return true;
+    }
+  }
+  return false;
+}
 #endif
 
 }  // namespace
@@ -120,31 +139,6 @@ void OutputFile::LeaveAsLibraryWould() {
   m_Library.block = 0;
 #endif
 }
-
-namespace {
-
-#if defined(__GLIBC__)
-// True when one of paths names the same file as st. A name that cannot be
-// converted names nothing here; opening it fails later in its own way.
-bool AmongFiles(std::vector<std::wstring> const& paths, struct stat const& st) {
-  for (const std::wstring& path : paths) {
-    std::string bytes;
-    try {
-      bytes = ToUtf8(path);
-    } catch (const std::range_error&) {
-      continue;
-    }
-    struct stat other;
-    if (stat(bytes.c_str(), &other) == 0 && other.st_dev == st.st_dev &&
-        other.st_ino == st.st_ino) {
-      return true;
-    }
-  }
-  return false;
-}
-#endif
-
-}  // namespace
 
 OutputFile::OutputFile(wchar_t const* name, bool append,
                        std::vector<std::wstring> const& read_back)
