@@ -4,11 +4,16 @@ BUILD      ?= build
 ASAN_BUILD ?= build-asan
 JOBS       ?= 2
 
-.PHONY: all build test asan demo bench fuzz huge clean
+.PHONY: all build deps test asan demo bench fuzz huge clean
 
 all: build
 
-$(BUILD)/CMakeCache.txt:
+# The companion programs' libraries, from Debian's packages when they are
+# missing (as root, or through sudo).
+deps:
+	@cmake/install-deps
+
+$(BUILD)/CMakeCache.txt: | deps
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
 build: $(BUILD)/CMakeCache.txt
@@ -17,7 +22,7 @@ build: $(BUILD)/CMakeCache.txt
 test: build
 	ctest --test-dir $(BUILD) --output-on-failure -j$(JOBS)
 
-$(ASAN_BUILD)/CMakeCache.txt:
+$(ASAN_BUILD)/CMakeCache.txt: | deps
 	cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DFORMFILL_SANITIZE=ON
 
 # The whole suite again under AddressSanitizer + UndefinedBehaviorSanitizer.
@@ -25,7 +30,14 @@ asan: $(ASAN_BUILD)/CMakeCache.txt
 	cmake --build $(ASAN_BUILD) -j$(JOBS)
 	ASAN_OPTIONS=detect_leaks=1 ctest --test-dir $(ASAN_BUILD) --output-on-failure -j$(JOBS)
 
-demo: build
+# Builds quietly (the log is shown only when the build fails), then fills
+# the example delivery note and prints it.
+demo: deps
+	@mkdir -p $(BUILD)
+	@{ [ -f $(BUILD)/CMakeCache.txt ] || cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo; } \
+	  >$(BUILD)/demo-build.log 2>&1 && \
+	  cmake --build $(BUILD) -j$(JOBS) --target formfill >>$(BUILD)/demo-build.log 2>&1 || \
+	  { cat $(BUILD)/demo-build.log; echo "make demo: the build failed (log above)"; exit 1; }
 	@examples/run-demo $(BUILD)/formfill
 
 FUZZ_BUILD   ?= build-fuzz
