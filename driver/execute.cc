@@ -49,18 +49,16 @@ int Tbl::Execute() {
   totBreak = 0;
 
   if (!out.m_Console && out.m_Stream == nullptr) {
-    std::wcout << Err(errOutputOpen) << OutFile << std::endl;
+    Report(errOutputOpen, OutFile, &out, kScreen);
     return 1;
   }
   if (!GetHider()) {
-    std::wcout << Err(errNoInput) << InpFile << std::endl;
-    out << Err(errNoInput) << InpFile << L"\n";
+    Report(errNoInput, InpFile, &out);
     return 1;
   }
   GetBegin();
   if (blank.Load(1) == 0) {
-    std::wcout << Err(errTemplateLoad) << BlankFile << L".1" << std::endl;
-    out << Err(errTemplateLoad) << BlankFile << L".1" << L"\n";
+    Report(errTemplateLoad, BlankFile + L".1", &out);
     return 1;
   }
 
@@ -81,8 +79,7 @@ int Tbl::Execute() {
         break;
       }
       if (blank.Load(2) == 0) {
-        std::wcout << Err(errTemplateLoad) << BlankFile << L".2" << std::endl;
-        out << Err(errTemplateLoad) << BlankFile << L".2" << L"\n";
+        Report(errTemplateLoad, BlankFile + L".2", &out);
         return 1;
       }
       const int64_t ost = TabRcdField.AllOst();
@@ -92,7 +89,7 @@ int Tbl::Execute() {
         // A whole continuation sheet placed nothing and the next one would do
         // the same: drop the rest of this record, say so in the document, and
         // let the remaining records through.
-        out << Err(errNextCycle) << L"\n";
+        Report(errNextCycle, std::wstring(), &out, kDocument);
         break;
       }
       previous_ost = ost;

@@ -1,5 +1,7 @@
 #include "driver/tbl.h"
 
+#include <iostream>
+
 #include "textio/output_file.h"
 
 std::wstring Tbl::BlankFile;
@@ -14,10 +16,22 @@ std::wstring Tbl::OutFile = kConName;
 std::wstring Tbl::PathBlank;
 FieldTab Tbl::TabHdrField;
 FieldTab Tbl::TabRcdField;
-// Add and WinMes are never changed or read by the run; they stay because
-// they belong to the published state of the class.
+// Add and WinMes are neither changed nor read by the run. They stay so that
+// code written against the settings, which may set or read them, still
+// builds and means what it meant.
 int32_t Tbl::Add = 0;
 int32_t Tbl::CountList = 0;
 int32_t Tbl::WinMes = 0;
 int32_t Tbl::totBreak = 0;
 int64_t Tbl::FirstOst = 0;
+
+void Tbl::Report(numErr n, std::wstring const& what, OutputFile* document,
+                 Where where) {
+  const std::wstring text = Err(n);
+  if ((where & kScreen) != 0) {
+    std::wcout << text << what << std::endl;
+  }
+  if ((where & kDocument) != 0 && document != nullptr) {
+    *document << text << what << L"\n";
+  }
+}

@@ -9,6 +9,8 @@
 #include "format/field.h"
 #include "textio/input_file.h"
 
+class OutputFile;
+
 // The Tbl object is the reader of the input table; everything else a run
 // needs lives in its static members.
 class Tbl : public InputFile {
@@ -45,6 +47,14 @@ class Tbl : public InputFile {
 
   // The text of message n in the language in use; never empty.
   static std::wstring Err(numErr n);
+
+  // Where a message goes: standard output (line end, flush), the document
+  // (followed by "\n"), or first the one and then the other.
+  enum Where { kScreen = 1, kDocument = 2, kBoth = kScreen | kDocument };
+  // Writes message n directly followed by what it is about. The one way
+  // the run, the template and its iteration report.
+  static void Report(numErr n, std::wstring const& what, OutputFile* document,
+                     Where where = kBoth);
 
   static std::wstring BlankFile;  // -B template base name
   static std::wstring BegParam;   // -F initial-parameters file

@@ -17,10 +17,6 @@
 
 namespace {
 
-bool IsDigit(wchar_t c) {
-  return c >= L'0' && c <= L'9';
-}
-
 // True for the characters that may begin a marker: a field reference ("$",
 // "&"), the page counter ("#") or a value marker ("@").
 bool MayStartMarker(wchar_t c) {

@@ -55,6 +55,13 @@ class Blank {
   OutputFile& m_Out;
 
  private:
+  // Classifies one line of the section being loaded into entry, with its
+  // side effects on the field tables; false after reporting a load error.
+  bool LoadLine(Line& entry, const wchar_t* raw);
+  // Replaces each jump's label number by its label's index; 0 after
+  // reporting a missing label, 1 when every jump has its target.
+  int ResolveJumps();
+
   // Arrays of earlier sections: lines handed out from them stay valid until
   // the Blank is destroyed.
   std::vector<Line*> m_Retired;

@@ -1,23 +1,14 @@
 // Line iteration over a loaded section: labels skipped, blocks repeated,
-// jumps taken or refused, runaway loops stopped.
+// jumps taken or refused, runaway loops stopped. Jumps test the run's
+// shared field tables of driver/tbl.h.
 #include <cstdint>
-#include <iostream>
 #include <string>
 
 #include "driver/tbl.h"
 #include "format/field.h"
 #include "template/blank.h"
-#include "textio/output_file.h"
 
 namespace {
-
-// Writes message n, which stands alone, on standard output and into the
-// document.
-void Report(OutputFile& out, Tbl::numErr n) {
-  const std::wstring text = Tbl::Err(n);
-  std::wcout << text << std::endl;
-  out << text << L"\n";
-}
 
 // Whether a conditional jump is taken. With "^" a single field jumps once
 // it is used up, while field 0 of the record table jumps once anything of
@@ -87,7 +78,7 @@ Line* Blank::Next(int mode) {
         }
       }
       if (k >= m_Count) {
-        Report(m_Out, Tbl::errRepeatBlock);
+        Tbl::Report(Tbl::errRepeatBlock, std::wstring(), &m_Out);
       }
       i = first;
     } else if (entry.kind == Line::Jump) {
@@ -150,7 +141,7 @@ Line* Blank::Next(int mode) {
 
     m_Current = i;
     if (i == start) {
-      Report(m_Out, Tbl::errCyclicJump);
+      Tbl::Report(Tbl::errCyclicJump, std::wstring(), &m_Out);
       return nullptr;
     }
     if (i >= m_Count) {

@@ -4,6 +4,12 @@
 
 #include <string>
 
+// An ASCII decimal digit: the only digits of field numbers, labels and
+// counts, whatever the locale says.
+inline bool IsDigit(wchar_t c) {
+  return c >= L'0' && c <= L'9';
+}
+
 // Splits path into directory (with its final '/', backslashes turned into
 // slashes), base name and extension (after the last dot of the file name,
 // without the dot). Earlier contents of the outputs are discarded.
