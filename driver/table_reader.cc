@@ -5,12 +5,15 @@
 #include <cstdio>
 #include <string>
 
+#include "driver/table_observer.h"
 #include "driver/tbl.h"
 #include "format/field.h"
 #include "textio/input_file.h"
 #include "textio/stream_bytes.h"
 
 namespace {
+
+TableObserver* g_Observer = nullptr;
 
 // The table's read buffer, in bytes.
 constexpr size_t kTableBuffer = 64 * 1024;
@@ -387,4 +390,8 @@ int Tbl::GetRecord() {
   // An unfinished last record is not counted, but its text stays in the
   // table for the closing output.
   return 0;
+}
+
+void SetTableObserver(TableObserver* observer) {
+  g_Observer = observer;
 }
