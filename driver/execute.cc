@@ -4,7 +4,6 @@
 #include <iostream>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "driver/tbl.h"
 #include "template/blank.h"
@@ -32,6 +31,43 @@ void WriteClosing(Blank& blank, OutputFile& out) {
   }
 }
 
+// Fills the record just read into the template, going on over
+// continuation sheets while its text is left; false after reporting that
+// the continuation section cannot be loaded.
+bool WriteRecord(Blank& blank, OutputFile& out) {
+  blank.ClrCount();
+  bool first_continuation = true;
+  int64_t previous_ost = 0;
+  for (;;) {
+    for (Line* line = blank.Next(0); line != nullptr; line = blank.Next(0)) {
+      WriteLine(*line, out);
+      // A record ends as soon as nothing of it is left to print, even in
+      // the middle of a section: the next record carries on from there.
+      if (!Tbl::TabRcdField.Exist()) {
+        break;
+      }
+    }
+    if (!Tbl::TabRcdField.Exist()) {
+      return true;
+    }
+    if (blank.Load(2) == 0) {
+      Tbl::Report(Tbl::errTemplateLoad, Tbl::BlankFile + L".2", &out);
+      return false;
+    }
+    const int64_t ost = Tbl::TabRcdField.AllOst();
+    if (first_continuation) {
+      first_continuation = false;
+    } else if (ost == previous_ost) {
+      // A whole continuation sheet placed nothing and the next one would
+      // do the same: drop the rest of this record, say so in the document,
+      // and let the remaining records through.
+      Tbl::Report(Tbl::errNextCycle, std::wstring(), &out, Tbl::kDocument);
+      return true;
+    }
+    previous_ost = ost;
+  }
+}
+
 }  // namespace
 
 int Tbl::Execute() {
@@ -40,11 +76,7 @@ int Tbl::Execute() {
   // It is given the characters of OutFile, never the shared console name:
   // without -O the document goes to a file named CON, where existing scripts
   // collect it.
-  std::vector<std::wstring> read_back{InpFile};
-  for (int section = 1; section <= 3; ++section) {
-    read_back.push_back(Blank::SectionPath(BlankFile, section));
-  }
-  OutputFile out(OutFile.c_str(), Add != 0, read_back);
+  OutputFile out(OutFile.c_str(), Add != 0);
   Blank blank(BlankFile.c_str(), out);
   totBreak = 0;
 
@@ -61,41 +93,11 @@ int Tbl::Execute() {
     Report(errTemplateLoad, BlankFile + L".1", &out);
     return 1;
   }
-
-  for (int first_continuation = GetRecord(); first_continuation != 0;
-       first_continuation = GetRecord()) {
-    blank.ClrCount();
-    int64_t previous_ost = 0;
-    for (;;) {
-      for (Line* line = blank.Next(0); line != nullptr; line = blank.Next(0)) {
-        WriteLine(*line, out);
-        // A record ends as soon as nothing of it is left to print, even in
-        // the middle of a section: the next record carries on from there.
-        if (!TabRcdField.Exist()) {
-          break;
-        }
-      }
-      if (!TabRcdField.Exist()) {
-        break;
-      }
-      if (blank.Load(2) == 0) {
-        Report(errTemplateLoad, BlankFile + L".2", &out);
-        return 1;
-      }
-      const int64_t ost = TabRcdField.AllOst();
-      if (first_continuation != 0) {
-        first_continuation = 0;
-      } else if (ost == previous_ost) {
-        // A whole continuation sheet placed nothing and the next one would do
-        // the same: drop the rest of this record, say so in the document, and
-        // let the remaining records through.
-        Report(errNextCycle, std::wstring(), &out, kDocument);
-        break;
-      }
-      previous_ost = ost;
+  while (GetRecord() != 0) {
+    if (!WriteRecord(blank, out)) {
+      return 1;
     }
   }
-
   WriteClosing(blank, out);
   if (blank.Load(3) == 0) {
     return 0;

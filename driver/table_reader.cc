@@ -1,21 +1,21 @@
 // Reading the input table and the initial-parameters file into the field
 // tables of Tbl.
-#include <array>
 #include <cstdint>
-#include <cstdio>
 #include <string>
 
 #include "driver/table_observer.h"
 #include "driver/tbl.h"
 #include "format/field.h"
+#include "textio/helpers.h"
 #include "textio/input_file.h"
-#include "textio/stream_bytes.h"
 
 namespace {
 
 TableObserver* g_Observer = nullptr;
 
-// The table's read buffer, in bytes.
+// The table's read buffer, in bytes: the table is read from start to end
+// once, and a buffer larger than the library's takes a sixteenth of the
+// reads.
 constexpr size_t kTableBuffer = 64 * 1024;
 
 // How a selector ("&N;" or "$N;") that began with its marker ended.
@@ -25,9 +25,10 @@ enum class Selector {
   kEnd,       // the input ended first
 };
 
-// The character source and selector scan shared by the three readers. A
-// character that ends the digits of a failed selector is held and handed
-// out again by the next Next(), so that it is treated like any other.
+// The character source and the scanning shared by the three readers. A
+// character that ends the digits of a failed selector, or a run of text,
+// is held and handed out again by the next Next(), so that it is treated
+// like any other. Every character read is told to the observer, if any.
 template <wchar_t Marker>
 class Scan {
  public:
@@ -40,118 +41,155 @@ class Scan {
       ch = m_HeldCh;
       return true;
     }
-    return !m_Ended && m_In.Get(ch);
+    if (!m_Ended && m_In.Get(ch)) {
+      return true;
+    }
+    End();
+    return false;
   }
 
   // Stores ch and the plain text after it in the current field, up to the
   // next character that the readers act on (a line end, an escape, a
   // marker, "@"), which is held for Next(). Plain text is most of a table,
   // and this spares it the dispatch one character at a time; what ends up
-  // in the field is the same. ch and the text after it go in as runs of up
-  // to kRunMax characters; a null stops a run as well and comes back here
-  // as the ch of the next one.
+  // in the field is the same. A null stops a run as well and comes back
+  // here as the ch of the next one.
   void StoreText(wchar_t ch) {
     wchar_t run[kRunMax];
     run[0] = ch;
     size_t n = 1;
-    // A pushed-back character can only be waiting before the first read
-    // here; without one, bytes are taken from the stream directly, and the
-    // decoder goes on from those that begin a longer sequence.
-    FILE* const stream = m_In.m_IsBack ? nullptr : m_In.m_Stream;
     for (;;) {
-      if (stream != nullptr) {
-        // What the stream has buffered of the text goes into the run
-        // straight away; the byte that ends it is read below.
-        n += TakeWhile<TextEnds>(stream, run + n, kRunMax - n);
-        if (n == kRunMax) {
-          Append(run, n);
-          n = 0;
-          continue;
-        }
-        const int b = getc_unlocked(stream);
-        if (b >= 0 && b < 0x80) {
-          ch = static_cast<wchar_t>(b);
-        } else if (b == EOF) {
-          m_Ended = true;
-          break;
-        } else if (!InputFile::DecodeMore(stream, b, ch)) {
-          m_Ended = true;
-          break;
-        }
-      } else if (!m_In.Get(ch)) {
-        m_Ended = true;
-        break;
-      }
-      if (Stops(ch)) {
+      size_t taken = 0;
+      const InputFile::RunEnd end =
+          m_In.TakeUntil<TextEnds>(run + n, kRunMax - n, taken, m_HeldCh);
+      Append(run, n + taken);
+      n = 0;
+      if (end == InputFile::RunEnd::kStop) {
         m_Held = true;
-        m_HeldCh = ch;
-        break;
+        return;
       }
-      run[n++] = ch;
-      if (n == kRunMax) {
-        Append(run, n);
-        n = 0;
+      if (end == InputFile::RunEnd::kEnd) {
+        m_Ended = true;
+        return;
       }
     }
-    Append(run, n);
   }
 
   // Reads the rest of a selector whose marker was just taken. With store
   // a malformed selector stays behind in the current field as text, its
   // marker and digits as they were read, while one that ";" ends leaves the
-  // field as it was. The digits are held here until the selector's end
-  // decides; an endless run of them goes into the field as it comes, after
-  // the marker, and is taken out again if ";" follows. A repeated marker
-  // starts a new selector.
+  // field as it was. A repeated marker starts a new selector.
   Selector Read(bool store, long& n) {
     for (;;) {
-      wchar_t digits[kDigitsHeld];
-      size_t held = 0;
-      bool spilled = false;
-      // Unsigned, so that an endless run of digits wraps instead of
-      // overflowing; the number then keeps the low 64 bits.
-      uint64_t acc = 0;
-      wchar_t ch;
-      for (;;) {
-        if (!m_In.Get(ch)) {
-          if (store)
-            Spill(spilled, digits, held);
-          return Selector::kEnd;
-        }
-        if (ch < L'0' || ch > L'9')
-          break;
-        if (store) {
-          if (held == kDigitsHeld)
-            Spill(spilled, digits, held);
-          digits[held++] = ch;
-        }
-        acc = acc * 10u + static_cast<uint64_t>(ch - L'0');
+      const Selector end = ReadOne(store, n);
+      if (end != Selector::kText || m_HeldCh != Marker) {
+        return end;
       }
-      if (ch == L';') {
-        if (spilled)
-          m_Tab.GoPosPut();
-        n = static_cast<long>(acc);
-        return Selector::kSelected;
-      }
-      if (store)
-        Spill(spilled, digits, held);
-      if (ch != Marker) {
-        m_Held = true;
-        m_HeldCh = ch;
-        return Selector::kText;
-      }
+      m_Held = false;
+    }
+  }
+
+  // A line end, as the header and the records take it: the value's
+  // trailing blanks go and one blank stands for the line end.
+  void LineEnd() {
+    m_Tab.DelEndBlankField();
+    m_Tab.PutSym(L' ');
+    if (g_Observer != nullptr) {
+      g_Observer->LineEnd();
+    }
+  }
+
+  // "\": the next character is stored as it is. False when the input
+  // ends first.
+  bool Escape() {
+    wchar_t ch;
+    if (!Next(ch)) {
+      return false;
+    }
+    m_Tab.PutSym(ch);
+    if (g_Observer != nullptr) {
+      g_Observer->Escape(ch);
+    }
+    return true;
+  }
+
+  // A character stored one at a time.
+  void Store(wchar_t ch) {
+    m_Tab.PutSym(ch);
+    if (g_Observer != nullptr) {
+      g_Observer->Text(&ch, 1);
     }
   }
 
  private:
   static constexpr size_t kRunMax = 128;
-  // The bytes that end a run of text: the stops below, and those from 0x80,
-  // which begin a longer sequence for the decoder.
+  // The characters that end a run of text: a null, a line end, the
+  // marker, "@" and "\" (and, for the block test, the bytes from 0x80,
+  // which the decoder takes).
   static_assert(Marker > 0 && Marker < 0x80, "the marker is ASCII");
   using TextEnds = ByteStops<0, '\n', static_cast<signed char>(Marker), '@',
                              '\\'>;
-  // Digits of a selector held back from the field.
+  // Digits of a selector held back from the field until its end decides.
   static constexpr size_t kDigitsHeld = 24;
+
+  // One selector: the digits after the marker and what ends them. The
+  // digits are held here; an endless run of them goes into the field as
+  // it comes, after the marker, and is taken out again if ";" follows.
+  Selector ReadOne(bool store, long& n) {
+    wchar_t digits[kDigitsHeld];
+    size_t held = 0;
+    size_t length = 1;
+    bool spilled = false;
+    // Unsigned, so that an endless run of digits wraps instead of
+    // overflowing; the number then keeps the low 64 bits.
+    uint64_t acc = 0;
+    wchar_t ch;
+    for (;; ++length) {
+      if (!m_In.Get(ch)) {
+        if (store)
+          Spill(spilled, digits, held);
+        NotSelector(length);
+        End();
+        return Selector::kEnd;
+      }
+      if (!IsDigit(ch))
+        break;
+      if (store) {
+        if (held == kDigitsHeld)
+          Spill(spilled, digits, held);
+        digits[held++] = ch;
+      }
+      acc = acc * 10u + static_cast<uint64_t>(ch - L'0');
+    }
+    if (ch == L';') {
+      if (spilled)
+        m_Tab.GoPosPut();
+      n = static_cast<long>(acc);
+      if (g_Observer != nullptr) {
+        g_Observer->Selector(Marker, n, length + 1);
+      }
+      return Selector::kSelected;
+    }
+    if (store)
+      Spill(spilled, digits, held);
+    NotSelector(length);
+    m_Held = true;
+    m_HeldCh = ch;
+    return Selector::kText;
+  }
+
+  void NotSelector(size_t length) {
+    if (g_Observer != nullptr) {
+      g_Observer->NotSelector(Marker, length);
+    }
+  }
+
+  void End() {
+    if (g_Observer != nullptr && !m_EndTold) {
+      m_EndTold = true;
+      g_Observer->InputEnd(!m_In.AtEndOfFile());
+    }
+  }
 
   // Puts the selector read so far into the current field: the marker, the
   // first time, after the position to return to, then the held digits.
@@ -161,32 +199,16 @@ class Scan {
       m_Tab.PutSym(Marker);
       spilled = true;
     }
-    Append(digits, held);
+    m_Tab.PutRun(digits, held);
     held = 0;
   }
 
-  // Appended by its length: a run may begin with a null.
   void Append(const wchar_t* run, size_t n) {
-    if (n != 0 && m_Tab.m_Current != nullptr)
-      m_Tab.m_Current->m_Value.append(run, n);
-  }
-
-  // Where StoreText stops: a null, a line end, the marker, "@" or "\\". A
-  // table lookup rather than a chain of compares, whose branches text
-  // (letters, blanks, digits in any mix) would keep mispredicting.
-  static bool Stops(wchar_t ch) {
-    const uint32_t code = static_cast<uint32_t>(ch);
-    return code < 0x80 && kStopsAscii[code];
-  }
-
-  static constexpr std::array<bool, 0x80> StopTable() {
-    std::array<bool, 0x80> table{};
-    for (unsigned b = 0; b < 0x80; ++b) {
-      table[b] = TextEnds::Stops(static_cast<unsigned char>(b));
+    m_Tab.PutRun(run, n);
+    if (g_Observer != nullptr && n != 0) {
+      g_Observer->Text(run, n);
     }
-    return table;
   }
-  static constexpr std::array<bool, 0x80> kStopsAscii = StopTable();
 
   InputFile& m_In;
   FieldTab& m_Tab;
@@ -194,6 +216,7 @@ class Scan {
   wchar_t m_HeldCh = 0;
   // The input ended inside StoreText: it is not read again.
   bool m_Ended = false;
+  bool m_EndTold = false;
 };
 
 // Reads one initial-parameters file into the header table. Only fields the
@@ -208,25 +231,26 @@ void ReadParameters(InputFile& file) {
   while (scan.Next(ch)) {
     if (ch == L'&') {
       long n = 0;
-      Selector end = scan.Read(collecting, n);
+      const Selector end = scan.Read(collecting, n);
       if (end == Selector::kEnd)
         break;
       if (end == Selector::kSelected) {
-        if (tab.InsertField(n)) {
+        collecting = tab.InsertField(n);
+        if (collecting) {
           tab.SetCurrent(n);
           tab.InsSeparator();
-          collecting = true;
-        } else {
-          collecting = false;
         }
       }
     } else if (ch == L'\n') {
       if (collecting) {
-        tab.DelEndBlankField();
-        tab.PutSym(L' ');
+        scan.LineEnd();
+      } else if (g_Observer != nullptr) {
+        g_Observer->LineEnd();
       }
     } else if (collecting) {
-      tab.PutSym(ch);
+      scan.Store(ch);
+    } else if (g_Observer != nullptr) {
+      g_Observer->Text(&ch, 1);
     }
   }
   tab.DelEndBlank();
@@ -234,9 +258,11 @@ void ReadParameters(InputFile& file) {
 
 }  // namespace
 
+void SetTableObserver(TableObserver* observer) {
+  g_Observer = observer;
+}
+
 bool Tbl::GetHider() {
-  // The table is read from start to end once, through a buffer larger than
-  // the library's: a sixteenth of the reads.
   Open(InpFile.c_str(), kTableBuffer);
   if (!IsOpen())
     return false;
@@ -249,53 +275,38 @@ bool Tbl::GetHider() {
   Scan<L'&'> scan(*this, tab);
   wchar_t ch;
   while (scan.Next(ch)) {
-    switch (ch) {
-      case L'&': {
-        long n = 0;
-        Selector end = scan.Read(true, n);
-        line_start = false;
-        if (end == Selector::kEnd) {
-          tab.DelEndBlank();
-          return true;
-        }
-        if (end == Selector::kSelected) {
-          // A repeated number selects the existing field, whose next value
-          // then follows a separator.
-          tab.InsertField(n);
-          tab.SetCurrent(n);
-          tab.InsSeparator();
-        }
+    if (ch == L'&') {
+      long n = 0;
+      const Selector end = scan.Read(true, n);
+      line_start = false;
+      if (end == Selector::kEnd)
         break;
+      if (end == Selector::kSelected) {
+        // A repeated number selects the existing field, whose next value
+        // then follows a separator.
+        tab.InsertField(n);
+        tab.SetCurrent(n);
+        tab.InsSeparator();
       }
-      case L'\n':
-        tab.DelEndBlankField();
-        tab.PutSym(L' ');
-        line_start = true;
+    } else if (ch == L'\n') {
+      scan.LineEnd();
+      line_start = true;
+    } else if (ch == L'\\') {
+      if (!scan.Escape())
         break;
-      case L'\\':
-        if (!scan.Next(ch)) {
-          tab.DelEndBlank();
-          return true;
-        }
-        tab.PutSym(ch);
-        line_start = false;
-        break;
-      case L'$':
-      case L'>':
-      case L'@':
-        if (line_start) {
-          // The first record (or page mark) begins here; the record reader
-          // takes this character first.
-          PutBack(ch);
-          tab.DelEndBlank();
-          return true;
-        }
-        tab.PutSym(ch);
-        break;
-      default:
-        scan.StoreText(ch);
-        line_start = false;
-        break;
+      line_start = false;
+    } else if (line_start && (ch == L'$' || ch == L'>' || ch == L'@')) {
+      // The first record (or page mark) begins here; the record reader
+      // takes this character first.
+      PutBack(ch);
+      if (g_Observer != nullptr)
+        g_Observer->HeaderEnd(ch);
+      break;
+    } else if (ch == L'$' || ch == L'>' || ch == L'@') {
+      scan.Store(ch);
+    } else {
+      scan.StoreText(ch);
+      line_start = false;
     }
   }
   // A table without records is complete as it is.
@@ -320,7 +331,7 @@ void Tbl::GetBegin() {
     list.erase(0, pos);
     if (!dir.empty() && dir.back() != L'/')
       dir.push_back(L'/');
-    std::wstring name = dir + BegParam;
+    const std::wstring name = dir + BegParam;
     {
       InputFile file;
       if (file.Open(name.c_str()))
@@ -341,57 +352,46 @@ int Tbl::GetRecord() {
   Scan<L'$'> scan(*this, tab);
   wchar_t ch;
   while (scan.Next(ch)) {
-    switch (ch) {
-      case L'$': {
-        long n = 0;
-        Selector end = scan.Read(true, n);
-        line_start = false;
-        if (end == Selector::kEnd)
-          return 0;
-        if (end == Selector::kSelected) {
-          // No field is made here: text for a field the template does not
-          // use has nowhere to go and is dropped up to the next selector.
-          tab.SetCurrent(n);
-          tab.InsSeparator();
-        }
-        break;
+    if (ch == L'$') {
+      long n = 0;
+      const Selector end = scan.Read(true, n);
+      line_start = false;
+      if (end == Selector::kEnd)
+        return 0;
+      if (end == Selector::kSelected) {
+        // No field is made here: text for a field the template does not
+        // use has nowhere to go and is dropped up to the next selector.
+        tab.SetCurrent(n);
+        tab.InsSeparator();
       }
-      case L'\n':
-        tab.DelEndBlankField();
-        tab.PutSym(L' ');
-        line_start = true;
-        break;
-      case L'@':
-        // The rest of this line starts the next record.
-        tab.DelEndBlank();
-        FirstOst = tab.AllOst();
-        return 1;
-      case L'\\':
-        if (!scan.Next(ch))
-          return 0;
-        tab.PutSym(ch);
-        line_start = false;
-        break;
-      case L'>':
-        if (line_start) {
-          // Wraps rather than overflows on absurdly many page marks.
-          totBreak = static_cast<int32_t>(static_cast<uint32_t>(totBreak) + 1u);
-          line_start = false;
-          break;
-        }
-        tab.PutSym(ch);
-        break;
-      default:
-        scan.StoreText(ch);
-        line_start = false;
-        break;
+    } else if (ch == L'\n') {
+      scan.LineEnd();
+      line_start = true;
+    } else if (ch == L'@') {
+      // The rest of this line starts the next record.
+      tab.DelEndBlank();
+      FirstOst = tab.AllOst();
+      if (g_Observer != nullptr)
+        g_Observer->RecordEnd();
+      return 1;
+    } else if (ch == L'\\') {
+      if (!scan.Escape())
+        return 0;
+      line_start = false;
+    } else if (ch == L'>' && line_start) {
+      // Wraps rather than overflows on absurdly many page marks.
+      totBreak = static_cast<int32_t>(static_cast<uint32_t>(totBreak) + 1u);
+      line_start = false;
+      if (g_Observer != nullptr)
+        g_Observer->PageMark();
+    } else if (ch == L'>') {
+      scan.Store(ch);
+    } else {
+      scan.StoreText(ch);
+      line_start = false;
     }
   }
   // An unfinished last record is not counted, but its text stays in the
   // table for the closing output.
   return 0;
-}
-
-void SetTableObserver(TableObserver* observer) {
-  g_Observer = observer;
 }

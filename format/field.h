@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-// Parts successive values within one field.
+// Stands between successive values within one field.
 constexpr wchar_t kValueSeparator = L'\x01';
 
 // One value buffer. Unread text runs from the read position to the end;
@@ -53,6 +53,18 @@ class Field {
   void GoPosPut();
   void PutSym(wchar_t c) { m_Value.push_back(c); }
   void PutStr(const wchar_t* s) { m_Value.append(s); }
+  // Appends n characters, nulls included.
+  void PutRun(const wchar_t* s, size_t n) { m_Value.append(s, n); }
+  // The unread text, n characters from the read position on (none when
+  // the value was cut back behind the read position).
+  const wchar_t* Unread(size_t& n) const {
+    const size_t read = static_cast<size_t>(m_Read);
+    n = read < m_Value.size() ? m_Value.size() - read : 0;
+    return m_Value.data() + (n != 0 ? read : m_Value.size());
+  }
+  // Steps the read position over n characters of the unread text, as n
+  // GetSym calls would.
+  void Skip(size_t n) { m_Read += static_cast<int64_t>(n); }
   // Removes trailing " \t\r\n".
   void TrimRight();
 
@@ -122,6 +134,10 @@ class FieldTab : public std::map<long, Field*> {
       m_Current->PutSym(c);
   }
   void PutStr(const wchar_t* s);
+  void PutRun(const wchar_t* s, size_t n) {
+    if (m_Current != nullptr && n != 0)
+      m_Current->PutRun(s, n);
+  }
   // Trims a non-empty current value and appends a separator.
   void InsSeparator();
   void DelSeparator() {

@@ -109,15 +109,13 @@ Remainder RemainderUpTo(const FieldTab* tab, int64_t limit) {
   if (field == nullptr) {
     return {0, false};
   }
-  const size_t size = field->m_Value.size();
-  const size_t read = static_cast<size_t>(field->m_Read);
-  if (read >= size) {
+  size_t unread = 0;
+  const wchar_t* from = field->Unread(unread);
+  const size_t span =
+      unread < static_cast<size_t>(limit) ? unread : static_cast<size_t>(limit);
+  if (span == 0) {
     return {0, false};
   }
-  const size_t span = size - read < static_cast<size_t>(limit)
-                          ? size - read
-                          : static_cast<size_t>(limit);
-  const wchar_t* from = field->m_Value.data() + read;
   // One pass finds the separator, or a null before it, which is rare.
   const size_t stop = FindFirstOf<kValueSeparator, L'\0'>(from, 0, span);
   if (stop == span || from[stop] == kValueSeparator) {
@@ -143,16 +141,17 @@ void Fill(wchar_t* line, int64_t p, int64_t room, FieldTab* tab,
   Field* const field = tab->m_Current;
   int64_t take = room < left.count ? room : left.count;
   if (field != nullptr && take > 0) {
-    const wchar_t* from = field->m_Value.data() + field->m_Read;
+    size_t unread = 0;
+    const wchar_t* from = field->Unread(unread);
     const wchar_t* null =
         left.null_inside ? std::wmemchr(from, L'\0', static_cast<size_t>(take))
                          : nullptr;
     if (null != nullptr) {
       take = null - from;
-      ++field->m_Read;
+      field->Skip(1);  // the null, consumed and not written
     }
     std::memcpy(line + p, from, static_cast<size_t>(take) * sizeof(wchar_t));
-    field->m_Read += take;
+    field->Skip(static_cast<size_t>(take));
   }
   tab->DelSeparator();
 }

@@ -170,30 +170,6 @@ int ConvMacro(wchar_t* line, int i, FieldTab& tab) {
   return end + 1;
 }
 
-// Writes value in decimal into digits ("-" first when negative), as
-// printf's "%d" would, and returns how many characters that took. The page
-// counter is printed on every sheet; the library's formatter costs many
-// times more.
-int DecimalDigits(int32_t value, char digits[16]) {
-  // Unsigned, so that the smallest value has a magnitude too.
-  uint32_t magnitude = value < 0 ? 0u - static_cast<uint32_t>(value)
-                                 : static_cast<uint32_t>(value);
-  char reversed[10];
-  int n = 0;
-  do {
-    reversed[n++] = static_cast<char>('0' + magnitude % 10);
-    magnitude /= 10;
-  } while (magnitude != 0);
-  int count = 0;
-  if (value < 0) {
-    digits[count++] = '-';
-  }
-  while (n > 0) {
-    digits[count++] = reversed[--n];
-  }
-  return count;
-}
-
 // The run of "#" at i becomes the advanced page counter, right-aligned in
 // the run's width. A number wider than the run goes on over the characters
 // after it (and past the line's end if need be), but never past the buffer.
@@ -207,15 +183,15 @@ void ConvPageCounter(wchar_t* line, int* len, int i) {
   // pages, but the arithmetic stays defined.
   Tbl::CountList =
       static_cast<int32_t>(static_cast<uint32_t>(Tbl::CountList) + 1u);
-  char digits[16];
-  const int count = DecimalDigits(Tbl::CountList, digits);
+  wchar_t digits[kDecimalDigits];
+  const int count = static_cast<int>(FormatDecimal(Tbl::CountList, digits));
   const int at = count < width ? run_end - count : i;
   int stop = at + count;
   if (stop > kMaxLine) {
     stop = kMaxLine;
   }
   for (int p = at; p < stop; ++p) {
-    line[p] = static_cast<wchar_t>(digits[p - at]);
+    line[p] = digits[p - at];
   }
   if (stop > *len) {
     line[stop] = L'\0';

@@ -9,7 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include "textio/wide_vectors.h"
 
 TempDir::TempDir() : m_Path(testing::TempDir() + "formfill-XXXXXX") {
   if (mkdtemp(m_Path.data()) == nullptr)
@@ -38,8 +37,4 @@ std::wstring Widen(const std::string& bytes) {
   return std::wstring(bytes.begin(), bytes.end());
 }
 
-VectorWidth::VectorWidth(bool wide) : m_Was(SetWideVectors(wide)) {}
 
-VectorWidth::~VectorWidth() {
-  SetWideVectors(m_Was);
-}

@@ -20,20 +20,6 @@ class TempDir {
   std::string m_Path;
 };
 
-// Runs the block loops with 32-byte vectors (where the processor has them)
-// or with the 16-byte ones while it lives; the setting before comes back
-// afterwards.
-class VectorWidth {
- public:
-  explicit VectorWidth(bool wide);
-  ~VectorWidth();
-  VectorWidth(const VectorWidth&) = delete;
-  VectorWidth& operator=(const VectorWidth&) = delete;
-
- private:
-  bool m_Was;
-};
-
 // The whole content of a file; "" when it cannot be read.
 std::string ReadFile(const std::string& path);
 

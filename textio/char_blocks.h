@@ -10,8 +10,6 @@
 #include <emmintrin.h>
 #endif
 
-#include "textio/wide_vectors.h"
-
 // Every character of every printed line is looked at, mostly only to find
 // that it is plain text. A block of characters is compared with each
 // wanted character at once (a few vector instructions; plain loops where
@@ -146,11 +144,6 @@ size_t FindFirstOf(const wchar_t* text, size_t from, size_t to) {
     }
     return from;
   }
-#if FORMFILL_WIDE_VECTORS
-  if (to - from >= wide_vectors::kBlock && WideVectors()) {
-    return wide_vectors::FindFirstOf<Cs...>(text, from, to);
-  }
-#endif
   for (;;) {
     // What is left after whole blocks is tested as the block that ends at
     // to. It overlaps characters already found to be none of Cs, so its

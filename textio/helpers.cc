@@ -6,6 +6,26 @@
 
 #include "textio/utf8.h"
 
+size_t FormatDecimal(int64_t value, wchar_t* out) {
+  // Unsigned, so that the smallest value has a magnitude too.
+  uint64_t magnitude = value < 0 ? 0u - static_cast<uint64_t>(value)
+                                 : static_cast<uint64_t>(value);
+  wchar_t reversed[kDecimalDigits];
+  size_t n = 0;
+  do {
+    reversed[n++] = static_cast<wchar_t>(L'0' + magnitude % 10);
+    magnitude /= 10;
+  } while (magnitude != 0);
+  size_t count = 0;
+  if (value < 0) {
+    out[count++] = L'-';
+  }
+  while (n > 0) {
+    out[count++] = reversed[--n];
+  }
+  return count;
+}
+
 void _wsplitpath(std::wstring const& path, std::wstring& dir,
                  std::wstring& name, std::wstring& ext) {
   dir.clear();

@@ -2,6 +2,8 @@
 #ifndef FORMFILL_TEXTIO_HELPERS_H_
 #define FORMFILL_TEXTIO_HELPERS_H_
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
 
 // An ASCII decimal digit: the only digits of field numbers, labels and
@@ -15,6 +17,12 @@ inline bool IsDigit(wchar_t c) {
 // without the dot). Earlier contents of the outputs are discarded.
 void _wsplitpath(std::wstring const& path, std::wstring& dir,
                  std::wstring& name, std::wstring& ext);
+
+// Room for the decimal text of any 64-bit value.
+constexpr size_t kDecimalDigits = 24;
+// Writes value in decimal ("-" first when negative, nothing else) to out,
+// which holds kDecimalDigits characters, and returns how many it wrote.
+size_t FormatDecimal(int64_t value, wchar_t* out);
 
 // The current local time formatted by the strftime format, each byte
 // widened as it is. A result that does not fit in 79 bytes gives "".

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <string>
 
-#include "textio/stream_bytes.h"
+#include "textio/output_file.h"
 #include "textio/utf8.h"
 
 namespace {
@@ -15,17 +15,6 @@ namespace {
 // characters and the bytes that begin a longer sequence take the
 // character-by-character path.
 using LineTextEnds = ByteStops<'\r'>;
-
-bool IsLineText(unsigned char b) {
-  return !LineTextEnds::Stops(b);
-}
-
-// Takes the pending line text at the head of stream's buffer, at most room
-// characters, into out; returns how many. Template lines are mostly long
-// runs of it.
-size_t TakeLineText(FILE* stream, wchar_t* out, size_t room) {
-  return TakeWhile<LineTextEnds>(stream, out, room);
-}
 
 }  // namespace
 
@@ -61,6 +50,9 @@ bool InputFile::Open(wchar_t const* name, size_t buffer) {
       }
     }
     fseek(m_Stream, 0, SEEK_SET);
+    // A run may read its own document; it must find there what it always
+    // found.
+    OutputFile::NoteRead(m_Stream);
   }
   return m_Stream != nullptr;
 }
@@ -101,97 +93,64 @@ void InputFile::PutBack(wchar_t ch) {
   m_IsBack = true;
 }
 
+size_t InputFile::TakeLineText(wchar_t* out, size_t room) {
+  return StreamBuffer::TakeWhile<LineTextEnds>(m_Stream, out, room);
+}
+
 bool InputFile::GetLine(wchar_t* buf, int max) {
   LineShape shape;
   return GetLine(buf, max, shape);
 }
 
 bool InputFile::GetLine(wchar_t* buf, int max, LineShape& shape) {
-  FILE* const stream = m_Stream;
-  int n = 0;
-  // Where the first null was stored. Nulls and tabs are control characters,
-  // which the block path below never takes.
-  int first_null = -1;
+  // Every printed line is read again from the template, so this loop runs
+  // for every character of the document. Line text needs none of the tests
+  // below: what the stream has buffered of it is taken in one go, while
+  // fewer than max + 1 characters are stored.
+  const size_t full = static_cast<size_t>(max) + 1;
+  size_t n = 0;
+  // Where the first null was stored. Nulls and tabs are control
+  // characters, which TakeLineText never takes.
+  size_t first_null = full + 1;
   shape.tabs = false;
-  const auto c_string_length = [&first_null](ptrdiff_t stored) {
-    return static_cast<size_t>(first_null >= 0 ? first_null : stored);
-  };
-  wchar_t ch = 0;
-  // Only the first character can be a pushed-back one; the rest come
-  // straight from the stream. Without one, the line starts as a run of
-  // text taken from the stream, with no character in hand yet.
-  bool in_hand = m_IsBack || stream == nullptr;
-  bool got = in_hand ? Get(ch) : true;
-  while (got) {
-    // Files edited on other systems end their lines with CR LF; a
-    // carriage return is never wanted in a template line, wherever it
-    // stands.
-    if (!in_hand) {
-      in_hand = true;
-    } else if (ch != L'\r') {
-      if (ch == L'\n' && n <= max) {
-        buf[n++] = ch;
-        buf[n] = 0;
-        shape.length = c_string_length(n);
-        return true;
-      }
-      if (n > max) {
-        // The character that does not fit is dropped, and the rest of the
-        // long line is left for the next call: old templates were laid
-        // out around exactly this cut.
-        buf[n] = 0;
-        shape.length = c_string_length(n);
-        return true;
-      }
-      if (first_null < 0) {
-        if (ch == L'\0') {
-          first_null = n;
-        } else if (ch == L'\t') {
-          shape.tabs = true;
-        }
-      }
-      buf[n++] = ch;
+  bool stored = false;
+  wchar_t ch;
+  for (;;) {
+    if (!m_IsBack && m_Stream != nullptr && n < full) {
+      n += TakeLineText(buf + n, full - n);
     }
-    if (stream == nullptr)
-      break;
-    // Every printed line is read again from the template, so this loop
-    // runs for every character of the document. Line text needs none of
-    // the tests above but the length one: what the stream has buffered of
-    // it is taken in one go, and the rest byte after byte without leaving
-    // the loop. Characters are stored while fewer than max + 1 are in buf.
-    wchar_t* out = buf + n;
-    wchar_t* const full = buf + (static_cast<ptrdiff_t>(max) + 1);
-    for (;;) {
-      out += TakeLineText(stream, out, static_cast<size_t>(full - out));
-      const int b = getc_unlocked(stream);
-      if (b != EOF && IsLineText(static_cast<unsigned char>(b))) {
-        if (out >= full) {
-          *out = 0;
-          shape.length = c_string_length(out - buf);
-          return true;
-        }
-        *out++ = static_cast<wchar_t>(b);
-        continue;
-      }
-      if (b == '\n' && out - buf <= max) {
-        // The usual end of a line, as the test at the top would take it.
-        *out++ = L'\n';
-        *out = 0;
-        shape.length = c_string_length(out - buf);
-        return true;
-      }
-      if (b >= 0 && b < 0x80) {
-        ch = static_cast<wchar_t>(b);
-      } else {
-        got = DecodeMore(stream, b, ch);
-      }
+    if (!Get(ch)) {
+      stored = n != 0;
       break;
     }
-    n = static_cast<int>(out - buf);
+    // Files edited on other systems end their lines with CR LF; a carriage
+    // return is never wanted in a template line, wherever it stands.
+    if (ch == L'\r') {
+      continue;
+    }
+    if (n >= full) {
+      // The character that does not fit is dropped, and the rest of the
+      // long line is left for the next call: old templates were laid out
+      // around exactly this cut.
+      stored = true;
+      break;
+    }
+    if (first_null > full) {
+      if (ch == L'\0') {
+        first_null = n;
+      } else if (ch == L'\t') {
+        shape.tabs = true;
+      }
+    }
+    buf[n++] = ch;
+    if (ch == L'\n') {
+      stored = true;
+      break;
+    }
   }
   buf[n] = 0;
-  shape.length = c_string_length(n);
-  return n != 0;
+  shape.length = first_null <= full ? first_null : n;
+  return stored;
 }
 
 void InputFile::SetFilePointer(long pos) {
@@ -203,17 +162,17 @@ void InputFile::SetFilePointer(long pos) {
   // the seek would. Anything else, and a stream at its end (the seek clears
   // that), takes the seek.
   constexpr long kReadOverMax = 256;
-  if (!EndSeen(m_Stream)) {
-    long here = ReadPosition(m_Stream);
+  if (!StreamBuffer::AtEnd(m_Stream)) {
+    long here = StreamBuffer::Position(m_Stream);
     if (here >= 0 && pos < here &&
-        StepBack(m_Stream, static_cast<size_t>(here - pos))) {
+        StreamBuffer::StepBack(m_Stream, static_cast<size_t>(here - pos))) {
       return;
     }
-    const PendingBytes bytes = Pending(m_Stream);
+    const StreamBuffer::Pending bytes = StreamBuffer::ReadAhead(m_Stream);
     const long avail = static_cast<long>(bytes.end - bytes.next);
     if (here >= 0 && pos >= here && pos - here <= avail + kReadOverMax) {
       const long skip = pos - here < avail ? pos - here : avail;
-      TakePending(m_Stream, bytes.next + skip);
+      StreamBuffer::Consume(m_Stream, bytes.next + skip);
       here += skip;
       while (here < pos && getc_unlocked(m_Stream) != EOF) {
         ++here;
@@ -229,5 +188,5 @@ void InputFile::SetFilePointer(long pos) {
 }
 
 long InputFile::GetFilePointer() {
-  return ReadPosition(m_Stream);
+  return StreamBuffer::Position(m_Stream);
 }

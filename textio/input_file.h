@@ -6,9 +6,12 @@
 #include <cstddef>
 #include <memory>
 
+#include "textio/stream_buffer.h"
+
 // Reads a UTF-8 text file as wide characters: one at a time with a
-// one-character push-back, whole lines, and byte positions to come back to.
-// Failures are false results; the caller picks the message.
+// one-character push-back, runs of text, whole lines, and byte positions
+// to come back to. Failures are false results; the caller picks the
+// message.
 class InputFile {
  public:
   // Opens name when it is not null; a failed open shows at the first read.
@@ -43,6 +46,24 @@ class InputFile {
   // One slot: a second PutBack before the next read replaces the first.
   void PutBack(wchar_t ch);
 
+  // True once a read has met the end of the file (not an undecodable byte).
+  bool AtEndOfFile() const {
+    return m_Stream != nullptr && StreamBuffer::AtEnd(m_Stream);
+  }
+
+  // How TakeUntil ended.
+  enum class RunEnd {
+    kStop,  // a character that Stops names was read into stop
+    kFull,  // room characters were stored
+    kEnd,   // the input ended (as Get's false result)
+  };
+  // Reads characters into out, counting them in n, until one of the ASCII
+  // characters that Stops (a ByteStops) names comes, until room are stored,
+  // or until the input ends. Characters from U+0080 up never stop a run.
+  // The characters are those that as many Get calls would give.
+  template <typename Stops>
+  RunEnd TakeUntil(wchar_t* out, size_t room, size_t& n, wchar_t& stop);
+
   // Reads one line into buf, which must hold max + 2 characters. Carriage
   // returns are dropped, the line feed is kept, buf is always terminated.
   // When more than max + 1 characters come before the line feed, the one
@@ -64,11 +85,6 @@ class InputFile {
   void SetFilePointer(long pos);
   long GetFilePointer();
 
-  // The rest of Decode once b0 (a byte from 0x80 up, or EOF) is read from
-  // stream by getc: the same result as a read that began at b0. For loops
-  // that take ASCII bytes from the stream themselves.
-  static bool DecodeMore(FILE* stream, int b0, wchar_t& ch);
-
   FILE* m_Stream;
   wchar_t m_Back;
   bool m_IsBack;
@@ -76,6 +92,10 @@ class InputFile {
  private:
   // The buffer Open gave m_Stream, if it gave one.
   std::unique_ptr<char[]> m_Buffer;
+
+  // Takes the line text that the stream has buffered next (ASCII above the
+  // carriage return), at most room characters, into out; returns how many.
+  size_t TakeLineText(wchar_t* out, size_t room);
 
   // Decodes one character from stream (null: none open); false as for Get.
   // A table or template is nearly all ASCII, which is decoded here, inline
@@ -92,6 +112,35 @@ class InputFile {
     }
     return DecodeMore(stream, b0, ch);
   }
+  // The rest of Decode once b0 (a byte from 0x80 up, or EOF) is read.
+  static bool DecodeMore(FILE* stream, int b0, wchar_t& ch);
 };
+
+template <typename Stops>
+InputFile::RunEnd InputFile::TakeUntil(wchar_t* out, size_t room, size_t& n,
+                                       wchar_t& stop) {
+  n = 0;
+  while (n < room) {
+    // What the stream has buffered of the run is taken in one go; the
+    // character that ends it is read and decoded below.
+    if (!m_IsBack && m_Stream != nullptr) {
+      n += StreamBuffer::TakeWhile<Stops>(m_Stream, out + n, room - n);
+      if (n == room) {
+        break;
+      }
+    }
+    wchar_t ch;
+    if (!Get(ch)) {
+      return RunEnd::kEnd;
+    }
+    const auto code = static_cast<uint32_t>(ch);
+    if (code < 0x80 && Stops::Stops(static_cast<unsigned char>(code))) {
+      stop = ch;
+      return RunEnd::kStop;
+    }
+    out[n++] = ch;
+  }
+  return RunEnd::kFull;
+}
 
 #endif  // FORMFILL_TEXTIO_INPUT_FILE_H_

@@ -1,3 +1,19 @@
+// The document writer.
+//
+// Why the document keeps count of what the C library's own buffer would
+// have written: a regular file is written through a 64 KB buffer, a
+// sixteenth of the library's system calls. Two things would show the
+// difference, and both are kept as they always were:
+// - a run that ends abnormally (an exception nobody catches) leaves the
+//   file as the library's buffer had written it, all but the last few
+//   kilobytes: a terminate handler brings the file to that length;
+// - a run that reads its own document (a template section or the table
+//   named as the document) finds in it what the library had put on disk
+//   by then: every input file the process opens is compared with the
+//   document, and once it is the same file, the document is written from
+//   then on exactly as the library's buffer would write it.
+// Where the stream's layout is not known, the library's own buffer is
+// used and none of this is needed.
 #include "textio/output_file.h"
 
 #include <stdio.h>
@@ -10,7 +26,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "textio/stream_bytes.h"
+#include "textio/helpers.h"
+#include "textio/stream_buffer.h"
 #include "textio/utf8.h"
 
 wchar_t const kConName[] = L"CON";
@@ -24,29 +41,25 @@ std::string& Scratch() {
   return bytes;
 }
 
-// One block write. The program has one thread, so where the C library
-// offers it the stream's lock is not taken for every line of the document.
-size_t WriteBytes(const char* bytes, size_t count, FILE* stream) {
-#if defined(__GLIBC__)
-  return fwrite_unlocked(bytes, 1, count, stream);
-#else
-  return fwrite(bytes, 1, count, stream);
-#endif
+// Writes count bytes to the descriptor; a full disk is not detected, as
+// with the stream.
+void WriteAll(int fd, const char* from, size_t count) {
+  while (count > 0) {
+    const ssize_t done = write(fd, from, count);
+    if (done <= 0) {
+      return;
+    }
+    from += done;
+    count -= static_cast<size_t>(done);
+  }
 }
 
-#if defined(__GLIBC__)
-// The document of the run, for the terminate handler below.
+#if FORMFILL_STREAM_INTERNALS
+// The document of the run, for the terminate handler and NoteRead.
 OutputFile* g_Document = nullptr;
 bool g_HandlerSet = false;
 std::terminate_handler g_PreviousTerminate = nullptr;
 
-// A run ends abnormally through an exception nobody catches (a character
-// above U+10FFFF, a line pushed past its buffer). The stream's buffer is
-// not flushed then, so the file keeps what the stream had written; with
-// the library's own small buffer that was all but the last few kilobytes,
-// and that is what such a run has always left. The document is written
-// through a larger buffer (far fewer system calls), so the file is brought
-// to that length here before the usual message and abort.
 [[noreturn]] void TerminateLeavingDocument() {
   if (g_Document != nullptr) {
     g_Document->LeaveAsLibraryWould();
@@ -59,25 +72,6 @@ std::terminate_handler g_PreviousTerminate = nullptr;
 
 // The document's buffer, larger than the library's own.
 constexpr size_t kDocumentBuffer = 64 * 1024;
-
-// True when one of paths names the same file as st. A name that cannot be
-// converted names nothing here; opening it fails later in its own way.
-bool AmongFiles(std::vector<std::wstring> const& paths, struct stat const& st) {
-  for (const std::wstring& path : paths) {
-    std::string bytes;
-    try {
-      bytes = ToUtf8(path);
-    } catch (const std::range_error&) {
-      continue;
-    }
-    struct stat other;
-    if (stat(bytes.c_str(), &other) == 0 && other.st_dev == st.st_dev &&
-        other.st_ino == st.st_ino) {
-      return true;
-    }
-  }
-  return false;
-}
 #endif
 
 }  // namespace
@@ -100,48 +94,7 @@ void OutputFile::LibraryBlocks::Add(size_t count) {
   held = count - direct;
 }
 
-void OutputFile::Handed(size_t count) {
-  if (m_Library.block != 0) {
-    m_Library.Add(count);
-    m_Handed += count;
-  }
-}
-
-void OutputFile::LeaveAsLibraryWould() {
-#if defined(__GLIBC__)
-  if (m_Stream == nullptr || m_Library.block == 0) {
-    return;
-  }
-  const int fd = fileno(m_Stream);
-  const char* const pending = m_Stream->_IO_write_base;
-  const size_t held = pending != nullptr
-                          ? static_cast<size_t>(m_Stream->_IO_write_ptr - pending)
-                          : 0;
-  const uint64_t on_file = m_Handed - held;
-  if (m_Library.written > on_file) {
-    size_t left = static_cast<size_t>(m_Library.written - on_file);
-    const char* from = pending;
-    while (left > 0) {
-      const ssize_t done = write(fd, from, left);
-      if (done <= 0) {
-        break;
-      }
-      from += done;
-      left -= static_cast<size_t>(done);
-    }
-  } else if (m_Library.written < on_file) {
-    // Only a block size that does not divide the larger buffer lets the
-    // stream get ahead of the library's; the file is cut back.
-    static_cast<void>(ftruncate(fd, static_cast<off_t>(m_Library.written)));
-  }
-  // What the stream still holds is not the file's any more.
-  m_Stream->_IO_write_ptr = m_Stream->_IO_write_base;
-  m_Library.block = 0;
-#endif
-}
-
-OutputFile::OutputFile(wchar_t const* name, bool append,
-                       std::vector<std::wstring> const& read_back)
+OutputFile::OutputFile(wchar_t const* name, bool append)
     : m_Stream(nullptr), m_Console(false) {
   // Only this very pointer selects the console. The run's output-name
   // setting holds its own copy of "CON", so without -O the document goes to
@@ -155,16 +108,13 @@ OutputFile::OutputFile(wchar_t const* name, bool append,
   // afresh, and the scripts around the program expect a file holding one
   // run only.
   m_Stream = fopen(path.c_str(), "wb");
-#if defined(__GLIBC__)
-  // A regular file gets the larger buffer, and count is kept of what the
-  // library's own would have written: st_blksize, at most BUFSIZ, is what
-  // it takes. Anything else (a terminal, a pipe) keeps the library's
-  // buffering as it is, and so does a document that the run reads back (a
-  // template section named as the document, say): what such a read finds
-  // depends on when each block reached the file.
+#if FORMFILL_STREAM_INTERNALS
+  // A regular file gets the larger buffer; st_blksize, at most BUFSIZ, is
+  // what the library's own would have been. A terminal or a pipe keeps the
+  // library's buffering as it is.
   struct stat st;
   if (m_Stream != nullptr && fstat(fileno(m_Stream), &st) == 0 &&
-      S_ISREG(st.st_mode) && !AmongFiles(read_back, st)) {
+      S_ISREG(st.st_mode)) {
     m_Buffer.reset(new char[kDocumentBuffer]);
     if (setvbuf(m_Stream, m_Buffer.get(), _IOFBF, kDocumentBuffer) == 0) {
       m_Library.block = st.st_blksize > 0 && st.st_blksize < BUFSIZ
@@ -185,35 +135,118 @@ OutputFile::OutputFile(wchar_t const* name, bool append,
 
 OutputFile::~OutputFile() {
   if (m_Stream != nullptr) {
+    if (m_Follows) {
+      // The library writes what its buffer holds when the stream closes.
+      WriteAll(fileno(m_Stream), m_Held.data(), m_Held.size());
+    }
     fclose(m_Stream);
   }
-#if defined(__GLIBC__)
+#if FORMFILL_STREAM_INTERNALS
   if (g_Document == this) {
     g_Document = nullptr;
   }
 #endif
 }
 
+void OutputFile::NoteRead(FILE* input) {
+#if FORMFILL_STREAM_INTERNALS
+  OutputFile* const doc = g_Document;
+  struct stat in;
+  struct stat out;
+  if (doc == nullptr || doc->m_Stream == nullptr || input == nullptr ||
+      fstat(fileno(input), &in) != 0 ||
+      fstat(fileno(doc->m_Stream), &out) != 0 || in.st_dev != out.st_dev ||
+      in.st_ino != out.st_ino) {
+    return;
+  }
+  doc->FollowLibrary();
+#else
+  static_cast<void>(input);
+#endif
+}
+
+void OutputFile::FollowLibrary() {
+  if (m_Follows || m_Library.block == 0) {
+    return;
+  }
+  const int fd = fileno(m_Stream);
+  const auto pending = StreamBuffer::Unwritten(m_Stream);
+  const uint64_t on_file = m_Handed - pending.second;
+  m_Held.clear();
+  if (m_Library.written >= on_file) {
+    const size_t due = static_cast<size_t>(m_Library.written - on_file);
+    WriteAll(fd, pending.first, due);
+    m_Held.assign(pending.first + due, pending.second - due);
+  } else {
+    // Only a block size that does not divide the larger buffer lets the
+    // stream get ahead of the library's: what it wrote too early is taken
+    // back into the held bytes.
+    m_Held.resize(static_cast<size_t>(on_file - m_Library.written));
+    const ssize_t got = pread(fd, &m_Held[0], m_Held.size(),
+                              static_cast<off_t>(m_Library.written));
+    m_Held.resize(got > 0 ? static_cast<size_t>(got) : 0);
+    m_Held.append(pending.first, pending.second);
+    static_cast<void>(ftruncate(fd, static_cast<off_t>(m_Library.written)));
+    lseek(fd, static_cast<off_t>(m_Library.written), SEEK_SET);
+  }
+  StreamBuffer::DropUnwritten(m_Stream);
+  m_Follows = true;
+}
+
+void OutputFile::LeaveAsLibraryWould() {
+  if (m_Stream == nullptr || m_Library.block == 0) {
+    return;
+  }
+  FollowLibrary();
+  // What the library's buffer still holds never reaches the file.
+  m_Held.clear();
+  m_Library.block = 0;
+}
+
+void OutputFile::WriteBytes(const char* bytes, size_t count) {
+  if (m_Follows) {
+    if (m_Library.block == 0) {
+      return;  // Left as the library would have: nothing more is written.
+    }
+    m_Held.append(bytes, count);
+    const uint64_t before = m_Library.written;
+    m_Library.Add(count);
+    const size_t due = static_cast<size_t>(m_Library.written - before);
+    WriteAll(fileno(m_Stream), m_Held.data(), due);
+    m_Held.erase(0, due);
+    return;
+  }
+  // A full disk is not detected; the document is as complete as the
+  // device allowed.
+  static_cast<void>(StreamBuffer::WriteBlock(bytes, count, m_Stream));
+  if (m_Library.block != 0) {
+    m_Library.Add(count);
+    m_Handed += count;
+  }
+}
+
 void OutputFile::Write(const wchar_t* text, size_t len) {
   // A document line is converted straight into the stream's buffer when
   // its longest form fits there, which is most of the time; the stream then
   // holds what an fwrite of the converted bytes would have left in it.
-  if (!m_Console && m_Stream != nullptr) {
-    const WriteRoom room = Room(m_Stream);
+  if (!m_Console && m_Stream != nullptr && !m_Follows) {
+    const StreamBuffer::Room room = StreamBuffer::WriteRoom(m_Stream);
     if (room.next != nullptr &&
         static_cast<size_t>(room.end - room.next) / 4 >= len) {
       size_t count = 0;
       if (!EncodeUtf8(text, len, room.next, &count)) {
         throw std::range_error("wstring_convert::to_bytes");
       }
-      TakeRoom(m_Stream, room.next + count);
-      Handed(count);
+      StreamBuffer::Commit(m_Stream, room.next + count);
+      if (m_Library.block != 0) {
+        m_Library.Add(count);
+        m_Handed += count;
+      }
       return;
     }
   }
   // Elsewhere through a buffer that only grows: it keeps room for the
-  // longest form of the longest text so far, and each write converts
-  // straight into it.
+  // longest form of the longest text so far.
   std::string& bytes = Scratch();
   if (bytes.size() < 4 * len) {
     bytes.resize(4 * len);
@@ -224,15 +257,13 @@ void OutputFile::Write(const wchar_t* text, size_t len) {
   if (!EncodeUtf8(text, len, &bytes[0], &count)) {
     throw std::range_error("wstring_convert::to_bytes");
   }
-  if (count == 0)
+  if (count == 0) {
     return;
+  }
   if (m_Console) {
     std::cout.write(bytes.data(), static_cast<std::streamsize>(count));
   } else if (m_Stream != nullptr) {
-    // A full disk is not detected; the document is as complete as the
-    // device allowed.
-    static_cast<void>(WriteBytes(bytes.data(), count, m_Stream));
-    Handed(count);
+    WriteBytes(bytes.data(), count);
   }
 }
 
@@ -255,22 +286,7 @@ OutputFile& OutputFile::operator<<(wchar_t const* text) {
 }
 
 OutputFile& OutputFile::operator<<(long value) {
-  // Unsigned arithmetic, so the smallest long has a magnitude too.
-  unsigned long magnitude = value < 0 ? 0UL - static_cast<unsigned long>(value)
-                                      : static_cast<unsigned long>(value);
-  char digits[24];
-  char* end = digits + sizeof(digits);
-  char* p = end;
-  do {
-    *--p = static_cast<char>('0' + magnitude % 10);
-    magnitude /= 10;
-  } while (magnitude != 0);
-  if (value < 0)
-    *--p = '-';
-  wchar_t wide[24];
-  size_t len = 0;
-  for (; p != end; ++p)
-    wide[len++] = static_cast<wchar_t>(*p);
-  Write(wide, len);
+  wchar_t digits[kDecimalDigits];
+  Write(digits, FormatDecimal(value, digits));
   return *this;
 }

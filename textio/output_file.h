@@ -6,7 +6,6 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
 
 // The one shared "CON" text. An OutputFile constructed with this very
 // pointer writes to standard output; any other pointer, even one that
@@ -20,11 +19,7 @@ class OutputFile {
   // append the stream is then put at the end, which keeps nothing. After
   // construction the output is unusable when neither m_Console is set nor
   // m_Stream is open. A name above U+10FFFF throws std::range_error.
-  // read_back names the files the run reads while it writes the document;
-  // when the document is one of them, what the reads find of it is what
-  // the C library's own buffering would have put on disk by then.
-  OutputFile(wchar_t const* name, bool append,
-             std::vector<std::wstring> const& read_back = {});
+  OutputFile(wchar_t const* name, bool append);
   virtual ~OutputFile();
 
   OutputFile(const OutputFile&) = delete;
@@ -43,14 +38,19 @@ class OutputFile {
   bool m_Console;
 
   // Brings the file to what it would hold by now had the stream kept the C
-  // library's own buffer: for a run that ends abnormally, whose last
-  // buffered bytes never reach the file. Nothing is written afterwards.
+  // library's own buffer, for a run that ends abnormally, whose buffered
+  // bytes never reach the file. Nothing is written afterwards.
   void LeaveAsLibraryWould();
+
+  // Told by every input file the process opens: when it is the document
+  // itself, the document is from then on written as the library's own
+  // buffer would write it, so that the reads find what they always found.
+  static void NoteRead(FILE* input);
 
  private:
   void Write(const wchar_t* text, size_t len);
-  // count more bytes handed to the stream.
-  void Handed(size_t count);
+  void WriteBytes(const char* bytes, size_t count);
+  void FollowLibrary();
 
   // How much of the document a stream with the library's own buffer would
   // have written to the file: nothing while a write fits in that buffer,
@@ -64,10 +64,14 @@ class OutputFile {
     void Add(size_t count);
   };
 
-  // The larger buffer the document is written through (see Write).
+  // The larger buffer the document is written through.
   std::unique_ptr<char[]> m_Buffer;
   LibraryBlocks m_Library;
   uint64_t m_Handed = 0;
+  // Once the document is read back: the bytes the library's buffer would
+  // still hold, written by hand as it would write them.
+  bool m_Follows = false;
+  std::string m_Held;
 };
 
 #endif  // FORMFILL_TEXTIO_OUTPUT_FILE_H_

@@ -4,7 +4,6 @@
 #include <stdexcept>
 
 #include "textio/char_blocks.h"
-#include "textio/wide_vectors.h"
 
 namespace {
 
@@ -70,65 +69,83 @@ using char_blocks::kBlock;
 
 }  // namespace
 
+namespace {
+
+// How many of the characters at text[i, len) are ASCII before the first
+// other one; their bytes are written to p. A document is mostly ASCII,
+// which goes a block at a time: a block is narrowed whole, and as many of
+// its bytes are kept as it has ASCII characters before the first other
+// one. Writing the whole block stays within the room: at least that many
+// characters are left.
+size_t AsciiRun(const wchar_t* text, size_t i, size_t len, char* p) {
+  if (len - i >= kBlock) {
+    const unsigned wide = char_blocks::NarrowBlock(text + i, p);
+    return wide == 0 ? kBlock : char_blocks::LowestBit(wide);
+  }
+  if (len >= kBlock && char_blocks::AllAscii(text + len - kBlock)) {
+    // The last few characters are ASCII, and so is the block that ends the
+    // text. Its characters before them are ASCII too and went out as one
+    // byte each, so the block is narrowed over their bytes again.
+    char_blocks::NarrowBlock(text + len - kBlock, p - (kBlock - (len - i)));
+    return len - i;
+  }
+  size_t ascii = 0;
+  while (i + ascii < len && static_cast<uint32_t>(text[i + ascii]) < 0x80) {
+    p[ascii] = static_cast<char>(text[i + ascii]);
+    ++ascii;
+  }
+  return ascii;
+}
+
+// Writes the UTF-8 form of c (at least U+0080) to p; returns the bytes
+// written, 0 for a character above U+10FFFF. wchar_t is signed: a negative
+// value becomes a huge one here and is refused with those.
+size_t EncodeOne(uint32_t c, char* p) {
+  if (c < 0x800) {
+    p[0] = static_cast<char>(0xC0 | (c >> 6));
+    p[1] = static_cast<char>(0x80 | (c & 0x3F));
+    return 2;
+  }
+  if (c < 0x10000) {
+    // Surrogate code points go out like any other three-byte value.
+    p[0] = static_cast<char>(0xE0 | (c >> 12));
+    p[1] = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+    p[2] = static_cast<char>(0x80 | (c & 0x3F));
+    return 3;
+  }
+  if (c <= kMaxCodePoint) {
+    p[0] = static_cast<char>(0xF0 | (c >> 18));
+    p[1] = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+    p[2] = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+    p[3] = static_cast<char>(0x80 | (c & 0x3F));
+    return 4;
+  }
+  return 0;
+}
+
+}  // namespace
+
 bool EncodeUtf8(const wchar_t* text, size_t len, char* out, size_t* written) {
   char* p = out;
   bool ok = true;
   size_t i = 0;
   while (i < len) {
-    // A document is mostly ASCII, which goes a block at a time (32
-    // characters with the wide vectors, else 16): a block is narrowed
-    // whole, and as many of its bytes are kept as it has ASCII characters
-    // before the first other one. Writing the whole block stays within the
-    // room: at least that many characters are left.
-    size_t ascii = 0;
-#if FORMFILL_WIDE_VECTORS
-    if (len - i >= wide_vectors::kBlock && WideVectors()) {
-      ascii = wide_vectors::AsciiPrefix(text + i, len - i, p);
-    } else
-#endif
-    if (len - i >= kBlock) {
-      const unsigned wide = char_blocks::NarrowBlock(text + i, p);
-      ascii = wide == 0 ? kBlock : char_blocks::LowestBit(wide);
-    } else if (len >= kBlock && char_blocks::AllAscii(text + len - kBlock)) {
-      // The last few characters are ASCII, and so is the block that ends
-      // the text. Its characters before them are ASCII too and went out as
-      // one byte each, so the block is narrowed over their bytes again.
-      char_blocks::NarrowBlock(text + len - kBlock, p - (kBlock - (len - i)));
-      ascii = len - i;
-    } else {
-      while (i + ascii < len && static_cast<uint32_t>(text[i + ascii]) < 0x80) {
-        p[ascii] = static_cast<char>(text[i + ascii]);
-        ++ascii;
-      }
-    }
+    const size_t ascii = AsciiRun(text, i, len, p);
     p += ascii;
     i += ascii;
     if (i == len) {
       break;
     }
-    // wchar_t is signed: a negative value becomes a huge one here and is
-    // refused with the values above the Unicode range.
     const uint32_t c = static_cast<uint32_t>(text[i]);
     if (c < 0x80) {
       continue;
     }
-    if (c < 0x800) {
-      *p++ = static_cast<char>(0xC0 | (c >> 6));
-      *p++ = static_cast<char>(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-      // Surrogate code points go out like any other three-byte value.
-      *p++ = static_cast<char>(0xE0 | (c >> 12));
-      *p++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      *p++ = static_cast<char>(0x80 | (c & 0x3F));
-    } else if (c <= kMaxCodePoint) {
-      *p++ = static_cast<char>(0xF0 | (c >> 18));
-      *p++ = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-      *p++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      *p++ = static_cast<char>(0x80 | (c & 0x3F));
-    } else {
+    const size_t bytes = EncodeOne(c, p);
+    if (bytes == 0) {
       ok = false;
       break;
     }
+    p += bytes;
     ++i;
   }
   *written = static_cast<size_t>(p - out);
