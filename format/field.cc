@@ -42,7 +42,7 @@ int Field::Ostatok() const {
   const size_t read = static_cast<size_t>(m_Read);
   if (read >= size)
     return 0;
-  // The library's search, which is much faster than a loop of our own.
+  // The library's search, much faster than a plain loop.
   const size_t left = size - read;
   const wchar_t* from = m_Value.data() + read;
   const wchar_t* separator = std::wmemchr(from, kValueSeparator, left);

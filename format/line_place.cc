@@ -191,6 +191,11 @@ void Line::PutPol(wchar_t* line, typAlign align, int start, int end,
     return;
   }
 
+  Wrap(line, align, start, end, tab);
+}
+
+void Line::Wrap(wchar_t* line, typAlign align, int start, int end,
+                FieldTab* tab) {
   int m = end;
   while (m >= start && !IsRasdel(line[m])) {
     --m;

@@ -1,5 +1,7 @@
 // Line::ConvStr: turns a template line into output text. Line is declared in
-// template/line.h; its formatting members are defined here in format/.
+// template/line.h; its formatting members are defined here in format/. The
+// line is re-read from the template's file (template/blank.h), and values
+// come from the run's shared field tables (driver/tbl.h).
 #include <algorithm>
 #include <climits>
 #include <cstdint>
@@ -238,6 +240,8 @@ int ConvValue(wchar_t* line, int* len, int i) {
 
 }  // namespace
 
+// The run writes from ConvInto's buffer; ConvStr is the same conversion as
+// a string, for callers that want one line (the tests, the fuzzers).
 std::wstring Line::ConvStr() const {
   wchar_t line[kRawLineBuf];
   const int len = ConvInto(line);

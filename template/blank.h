@@ -58,6 +58,15 @@ class Blank {
   // Classifies one line of the section being loaded into entry, with its
   // side effects on the field tables; false after reporting a load error.
   bool LoadLine(Line& entry, const wchar_t* raw);
+  // Arrives at the repeat command at i: marks its block's last line with
+  // the repetitions to come; returns the index of the block's first line.
+  int StartRepeat(int i);
+  // Whether the jump at i is taken in mode; an unconditional one may use
+  // up a pending page mark instead.
+  bool TakesJump(const Line& jump, int i, int mode);
+  // A taken jump from i to target: the index to go on with, after the
+  // guard against backward loops that print nothing.
+  int JumpTo(int target, int i);
   // Replaces each jump's label number by its label's index; 0 after
   // reporting a missing label, 1 when every jump has its target.
   int ResolveJumps();

@@ -63,40 +63,10 @@ Line* Blank::Next(int mode) {
       m_Current = i;
       return &entry;
     }
-
     if (entry.kind == Line::Repeat) {
-      // The block is measured again on every arrival, so its repetition
-      // count starts afresh each time the iteration comes round to it.
-      const int first = i + 1;
-      int left = entry.blockLines;
-      int k = first;
-      for (; k < m_Count; ++k) {
-        if (m_Lines[k].kind == Line::Text && --left == 0) {
-          m_Lines[k].link = first;
-          m_Lines[k].repeats = static_cast<uint16_t>(entry.repeats - 1);
-          break;
-        }
-      }
-      if (k >= m_Count) {
-        Tbl::Report(Tbl::errRepeatBlock, std::wstring(), &m_Out);
-      }
-      i = first;
+      i = StartRepeat(i);
     } else if (entry.kind == Line::Jump) {
-      bool jump = false;
-      if (entry.cond == 0) {
-        // After the last record nothing may start the closing text over.
-        if (mode == 0 || entry.link > i) {
-          if (Tbl::totBreak < 1) {
-            jump = true;
-          } else {
-            --Tbl::totBreak;
-          }
-        }
-      } else {
-        jump = ConditionHolds(entry);
-      }
-
-      if (!jump) {
+      if (!TakesJump(entry, i, mode)) {
         ++i;
       } else if (entry.link < 0 || entry.link >= m_Count) {
         // Only a section whose load failed keeps an unresolved label
@@ -104,36 +74,7 @@ Line* Blank::Next(int mode) {
         m_Current = m_Count;
         return nullptr;
       } else {
-        const int target = static_cast<int>(entry.link);
-        m_Current = target;
-        if (target > i) {
-          i = target;
-        } else {
-          const int64_t left =
-              Tbl::TabRcdField.AllOst() + Tbl::TabHdrField.AllOst();
-          Line& landing = m_Lines[target];
-          if (left <= 0) {
-            i = target;
-          } else if (landing.passes > 0 && landing.lastOst == left) {
-            // Nothing was printed since the last guarded pass: the loop
-            // would never end, so the jump is refused. The comparison is
-            // made on every second arrival only; templates that print on
-            // alternate passes depend on it.
-            ++i;
-            m_Current = i;
-            if (i < m_Count) {
-              m_Lines[i].lastOst = left;
-            }
-          } else if (landing.passes > 0) {
-            landing.passes = 0;
-            landing.lastOst = left;
-            i = target;
-          } else {
-            ++landing.passes;
-            landing.lastOst = left;
-            i = target;
-          }
-        }
+        i = JumpTo(static_cast<int>(entry.link), i);
       }
     } else {
       ++i;
@@ -148,6 +89,69 @@ Line* Blank::Next(int mode) {
       return nullptr;
     }
   }
+}
+
+int Blank::StartRepeat(int i) {
+  // The block is measured again on every arrival, so its repetition count
+  // starts afresh each time the iteration comes round to it.
+  const Line& repeat = m_Lines[i];
+  const int first = i + 1;
+  int left = repeat.blockLines;
+  for (int k = first; k < m_Count; ++k) {
+    if (m_Lines[k].kind == Line::Text && --left == 0) {
+      m_Lines[k].link = first;
+      m_Lines[k].repeats = static_cast<uint16_t>(repeat.repeats - 1);
+      return first;
+    }
+  }
+  Tbl::Report(Tbl::errRepeatBlock, std::wstring(), &m_Out);
+  return first;
+}
+
+bool Blank::TakesJump(const Line& jump, int i, int mode) {
+  if (jump.cond != 0) {
+    return ConditionHolds(jump);
+  }
+  // After the last record nothing may start the closing text over.
+  if (mode != 0 && jump.link <= i) {
+    return false;
+  }
+  // A pending page mark cancels one unconditional jump, and is used up.
+  if (Tbl::totBreak < 1) {
+    return true;
+  }
+  --Tbl::totBreak;
+  return false;
+}
+
+int Blank::JumpTo(int target, int i) {
+  m_Current = target;
+  if (target > i) {
+    return target;
+  }
+  const int64_t left = Tbl::TabRcdField.AllOst() + Tbl::TabHdrField.AllOst();
+  Line& landing = m_Lines[target];
+  if (left <= 0) {
+    return target;
+  }
+  if (landing.passes > 0 && landing.lastOst == left) {
+    // Nothing was printed since the last guarded pass: the loop would
+    // never end, so the jump is refused. The comparison is made on every
+    // second arrival only; templates that print on alternate passes
+    // depend on it. After a refused jump on the section's last line there
+    // is no entry to mark.
+    if (i + 1 < m_Count) {
+      m_Lines[i + 1].lastOst = left;
+    }
+    return i + 1;
+  }
+  if (landing.passes > 0) {
+    landing.passes = 0;
+  } else {
+    ++landing.passes;
+  }
+  landing.lastOst = left;
+  return target;
 }
 
 void Blank::ClrCount() {

@@ -228,6 +228,7 @@ TEST(ConvStrTest, MarkerEdges) {
       {"@@5 @@5 @@5", L"abc def ", 0, 0, "record value consumed"},
       {"[@@7]", L"[]", 0, 0, "absent record field"},
       {"a $7 b", L"a    b", 0, 0, "missing record field"},
+      {"fee $ per $x", L"fee $ per $x", 0, 0, "a bare $ is text"},
       {"x&1", L"xAc", 0, 0, "&1 at the end is two wide"},
       {"$1&2", L"SmX ", 0, 0, "$1 ends before &2"},
       {"&1.......?|", L"Acme      |", 0, 0, "header stretch blanked"},

@@ -197,3 +197,56 @@ TEST(InputFileTest, AReplacedStreamKeepsItsOwnBuffer) {
 }
 
 }  // namespace
+
+namespace {
+
+// The table's way of reading a run of text (a block at a time from the
+// stream's buffer, the stop decoded after it) against a plain loop of Get
+// over the same bytes: the same characters, the same stops, the same end,
+// with runs that cross the buffer and characters of every length.
+TEST(InputFileTest, TakeUntilReadsWhatGetReads) {
+  using Stops = ByteStops<0, '\n', '$', '@', '\\'>;
+  const std::vector<std::string> pieces = {
+      "plain text ", "$", "@", "\\", "\n", std::string(1, '\0'), "\xC3\xA9",
+      "\xE2\x82\xAC", "\xF0\x9F\x98\x80", std::string(300, 'y'), "\x80"};
+  std::mt19937 rng(3);
+  TempDir dir;
+  for (int trial = 0; trial < 40; ++trial) {
+    std::string bytes;
+    for (int k = static_cast<int>(rng() % 3000); k > 0; --k)
+      bytes += pieces[rng() % pieces.size()];
+    const std::wstring name = dir.Write("in", bytes);
+    InputFile fast;
+    InputFile plain;
+    ASSERT_TRUE(fast.Open(name.c_str(), 1 + rng() % 5000));
+    ASSERT_TRUE(plain.Open(name.c_str()));
+    for (;;) {
+      wchar_t run[64];
+      size_t n = 0;
+      wchar_t stop = 0;
+      const size_t room = 1 + rng() % 64;
+      const InputFile::RunEnd end = fast.TakeUntil<Stops>(run, room, n, stop);
+      for (size_t k = 0; k < n; ++k) {
+        wchar_t ch = 0;
+        ASSERT_TRUE(plain.Get(ch));
+        ASSERT_EQ(run[k], ch) << "trial " << trial;
+        ASSERT_FALSE(ch < 0x80 && Stops::Stops(static_cast<unsigned char>(ch)));
+      }
+      wchar_t ch = 0;
+      if (end == InputFile::RunEnd::kEnd) {
+        ASSERT_FALSE(plain.Get(ch)) << "trial " << trial;
+        if (fast.AtEndOfFile())
+          break;
+        continue;  // an undecodable byte: both go on after it
+      }
+      if (end == InputFile::RunEnd::kStop) {
+        ASSERT_TRUE(plain.Get(ch));
+        ASSERT_EQ(stop, ch) << "trial " << trial;
+      } else {
+        ASSERT_EQ(n, room);
+      }
+    }
+  }
+}
+
+}  // namespace
