@@ -4,7 +4,7 @@ BUILD      ?= build
 ASAN_BUILD ?= build-asan
 JOBS       ?= 2
 
-.PHONY: all build deps test asan demo bench fuzz huge clean
+.PHONY: all build deps test asan portable demo bench fuzz huge clean
 
 all: build
 
@@ -32,6 +32,17 @@ asan: $(ASAN_BUILD)/CMakeCache.txt
 
 # Builds quietly (the log is shown only when the build fails), then fills
 # the example delivery note and prints it.
+PORTABLE_BUILD ?= build-portable
+
+$(PORTABLE_BUILD)/CMakeCache.txt: | deps
+	cmake -S . -B $(PORTABLE_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DFORMFILL_PORTABLE_IO=ON
+
+# The whole suite again with the streams read and written only through
+# their public calls, as on a C library whose stream layout is unknown.
+portable: $(PORTABLE_BUILD)/CMakeCache.txt
+	cmake --build $(PORTABLE_BUILD) -j$(JOBS)
+	ctest --test-dir $(PORTABLE_BUILD) --output-on-failure -j$(JOBS)
+
 demo: deps
 	@mkdir -p $(BUILD)
 	@{ [ -f $(BUILD)/CMakeCache.txt ] || cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo; } \
@@ -68,4 +79,4 @@ huge: build $(ASAN_BUILD)/CMakeCache.txt
 	bench/huge-inputs $(BUILD)/formfill $(ASAN_BUILD)/formfill
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(PORTABLE_BUILD)
