@@ -5,15 +5,34 @@
 #include <string>
 #include <string_view>
 
+#include "driver/run_observer.h"
 #include "driver/tbl.h"
 #include "template/blank.h"
 #include "template/line.h"
 #include "textio/output_file.h"
 
+RunObserver* g_RunObserver = nullptr;
+
+void SetRunObserver(RunObserver* observer) {
+  g_RunObserver = observer;
+  OutputFile::s_Tap = observer;
+}
+
 namespace {
 
+// Tells the observer, if there is one, that the section has been loaded.
+void Loaded(int section) {
+  if (g_RunObserver != nullptr) {
+    g_RunObserver->SectionLoaded(section);
+  }
+}
+
 // Writes one line of the document with its line end in a single write.
-void WriteLine(const Line& line, OutputFile& out) {
+void WriteLine(const Blank& blank, const Line& line, OutputFile& out) {
+  if (g_RunObserver != nullptr) {
+    g_RunObserver->LinePrinted(blank.m_Section,
+                               static_cast<int>(&line - blank.m_Lines));
+  }
   wchar_t text[kRawLineBuf];
   const int len = line.ConvInto(text);
   // The line end takes the terminator's place: a line holds at most
@@ -27,7 +46,7 @@ void WriteLine(const Line& line, OutputFile& out) {
 // runs out.
 void WriteClosing(Blank& blank, OutputFile& out) {
   for (Line* line = blank.Next(1); line != nullptr; line = blank.Next(1)) {
-    WriteLine(*line, out);
+    WriteLine(blank, *line, out);
   }
 }
 
@@ -40,7 +59,7 @@ bool WriteRecord(Blank& blank, OutputFile& out) {
   int64_t previous_ost = 0;
   for (;;) {
     for (Line* line = blank.Next(0); line != nullptr; line = blank.Next(0)) {
-      WriteLine(*line, out);
+      WriteLine(blank, *line, out);
       // A record ends as soon as nothing of it is left to print, even in
       // the middle of a section: the next record carries on from there.
       if (!Tbl::TabRcdField.Exist()) {
@@ -54,6 +73,7 @@ bool WriteRecord(Blank& blank, OutputFile& out) {
       Tbl::Report(Tbl::errTemplateLoad, Tbl::BlankFile + L".2", &out);
       return false;
     }
+    Loaded(2);
     const int64_t ost = Tbl::TabRcdField.AllOst();
     if (first_continuation) {
       first_continuation = false;
@@ -61,6 +81,9 @@ bool WriteRecord(Blank& blank, OutputFile& out) {
       // A whole continuation sheet placed nothing and the next one would
       // do the same: drop the rest of this record, say so in the document,
       // and let the remaining records through.
+      if (g_RunObserver != nullptr) {
+        g_RunObserver->Message(Tbl::errNextCycle, 2, -1);
+      }
       Tbl::Report(Tbl::errNextCycle, std::wstring(), &out, Tbl::kDocument);
       return true;
     }
@@ -93,15 +116,23 @@ int Tbl::Execute() {
     Report(errTemplateLoad, BlankFile + L".1", &out);
     return 1;
   }
-  while (GetRecord() != 0) {
+  Loaded(1);
+  for (long number = 1; GetRecord() != 0; ++number) {
+    if (g_RunObserver != nullptr) {
+      g_RunObserver->RecordRead(number);
+    }
     if (!WriteRecord(blank, out)) {
       return 1;
+    }
+    if (g_RunObserver != nullptr) {
+      g_RunObserver->RecordDone(number);
     }
   }
   WriteClosing(blank, out);
   if (blank.Load(3) == 0) {
     return 0;
   }
+  Loaded(3);
   WriteClosing(blank, out);
   return 0;
 }

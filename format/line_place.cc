@@ -6,6 +6,8 @@
 #include <cstring>
 #include <cwchar>
 
+#include "driver/run_observer.h"
+#include "driver/tbl.h"
 #include "format/field.h"
 #include "textio/char_blocks.h"
 #include "template/line.h"
@@ -160,6 +162,38 @@ void Fill(wchar_t* line, int64_t p, int64_t room, FieldTab* tab,
 
 void Line::PutPol(wchar_t* line, typAlign align, int start, int end,
                   FieldTab* tab, bool truncate) {
+  if (g_RunObserver != nullptr) {
+    PutPolObserved(line, align, start, end, tab, truncate);
+  } else {
+    Place(line, align, start, end, tab, truncate);
+  }
+}
+
+void Line::PutPolObserved(wchar_t* line, typAlign align, int start, int end,
+                          FieldTab* tab, bool truncate) {
+  const Field* const field = tab->m_Current;
+  const size_t before = field != nullptr ? field->LenToEnd() : 0;
+  Place(line, align, start, end, tab, truncate);
+  const size_t after = field != nullptr ? field->LenToEnd() : 0;
+  const size_t used = before - after;
+  Placement placement{tab == &Tbl::TabRcdField,
+                      field != nullptr ? field->m_Number : 0,
+                      start,
+                      end,
+                      truncate,
+                      0,
+                      0,
+                      after};
+  // A value cut by a truncating stretch leaves nothing; what it had
+  // beyond the stretch's width is what was dropped.
+  const size_t width = end >= start ? static_cast<size_t>(end - start + 1) : 0;
+  placement.placed = used < width ? used : width;
+  placement.cut = truncate && used > width ? used - width : 0;
+  g_RunObserver->Placed(placement);
+}
+
+void Line::Place(wchar_t* line, typAlign align, int start, int end,
+                 FieldTab* tab, bool truncate) {
   // A stretch that begins before the line has no room at all: nothing is
   // written, and the field is treated as for any stretch without room.
   const bool usable = start >= 0;

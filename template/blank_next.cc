@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "driver/run_observer.h"
 #include "driver/tbl.h"
 #include "format/field.h"
 #include "template/blank.h"
@@ -63,6 +64,9 @@ Line* Blank::Next(int mode) {
       m_Current = i;
       return &entry;
     }
+    if (g_RunObserver != nullptr) {
+      g_RunObserver->Step(m_Section, i);
+    }
     if (entry.kind == Line::Repeat) {
       i = StartRepeat(i);
     } else if (entry.kind == Line::Jump) {
@@ -82,6 +86,9 @@ Line* Blank::Next(int mode) {
 
     m_Current = i;
     if (i == start) {
+      if (g_RunObserver != nullptr) {
+        g_RunObserver->Message(Tbl::errCyclicJump, m_Section, start);
+      }
       Tbl::Report(Tbl::errCyclicJump, std::wstring(), &m_Out);
       return nullptr;
     }
@@ -103,6 +110,9 @@ int Blank::StartRepeat(int i) {
       m_Lines[k].repeats = static_cast<uint16_t>(repeat.repeats - 1);
       return first;
     }
+  }
+  if (g_RunObserver != nullptr) {
+    g_RunObserver->Message(Tbl::errRepeatBlock, m_Section, i);
   }
   Tbl::Report(Tbl::errRepeatBlock, std::wstring(), &m_Out);
   return first;

@@ -33,6 +33,11 @@ struct Line {
   // at a separator (the rest stays in the field) or, with truncate, cut.
   static void PutPol(wchar_t* line, typAlign align, int start, int end,
                      FieldTab* tab, bool truncate);
+  // PutPol itself, and PutPol telling the run's observer what it placed.
+  static void Place(wchar_t* line, typAlign align, int start, int end,
+                    FieldTab* tab, bool truncate);
+  static void PutPolObserved(wchar_t* line, typAlign align, int start,
+                             int end, FieldTab* tab, bool truncate);
   // The word wrap of a value that filled line[start..end] and goes on:
   // the stretch is cut after its last separator, what follows goes back
   // to the field, and the text is aligned again.

@@ -32,6 +32,8 @@
 
 wchar_t const kConName[] = L"CON";
 
+DocumentTap* OutputFile::s_Tap = nullptr;
+
 namespace {
 
 // Every line of the document passes through here; one buffer kept for the
@@ -238,6 +240,9 @@ void OutputFile::Write(const wchar_t* text, size_t len) {
         throw std::range_error("wstring_convert::to_bytes");
       }
       StreamBuffer::Commit(m_Stream, room.next + count);
+      if (s_Tap != nullptr) {
+        s_Tap->Wrote(text, len);
+      }
       if (m_Library.block != 0) {
         m_Library.Add(count);
         m_Handed += count;
@@ -256,6 +261,9 @@ void OutputFile::Write(const wchar_t* text, size_t len) {
   // character is refused on every kind of output alike.
   if (!EncodeUtf8(text, len, &bytes[0], &count)) {
     throw std::range_error("wstring_convert::to_bytes");
+  }
+  if (s_Tap != nullptr) {
+    s_Tap->Wrote(text, len);
   }
   if (count == 0) {
     return;

@@ -12,6 +12,15 @@
 // spells CON, names an ordinary file.
 extern wchar_t const kConName[];
 
+// Sees every write into a document, as written.
+class DocumentTap {
+ public:
+  virtual ~DocumentTap() = default;
+  // text[0, n) has just gone into the document (or would have, on an
+  // output that could not be opened).
+  virtual void Wrote(const wchar_t* /*text*/, size_t /*n*/) {}
+};
+
 // The sink of the document: wide text in, UTF-8 bytes out, nothing added.
 class OutputFile {
  public:
@@ -46,6 +55,9 @@ class OutputFile {
   // itself, the document is from then on written as the library's own
   // buffer would write it, so that the reads find what they always found.
   static void NoteRead(FILE* input);
+
+  // Sees every write of every document from here on; null for none.
+  static DocumentTap* s_Tap;
 
  private:
   void Write(const wchar_t* text, size_t len);
