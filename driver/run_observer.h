@@ -7,6 +7,7 @@
 #define FORMFILL_DRIVER_RUN_OBSERVER_H_
 
 #include <cstddef>
+#include <string>
 
 #include "textio/output_file.h"
 
@@ -20,6 +21,7 @@ struct Placement {
   size_t placed;      // characters written into the stretch
   size_t cut;         // characters dropped by a truncating stretch
   size_t left;        // characters the field still holds for later
+  std::wstring value;  // the value as it stood before, up to a separator
 };
 
 // Every event names a section (1, 2 or 3) and an entry of it: the index of

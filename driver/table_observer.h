@@ -35,6 +35,10 @@ class TableObserver {
   // "$", ">" or "@" at the start of a line of the header: the header ends
   // before it (the character is read again as the first of the records).
   virtual void HeaderEnd(wchar_t /*c*/) {}
+  // An initial-parameters file is about to be read, or has been read: its
+  // events come between these two.
+  virtual void ParametersBegin() {}
+  virtual void ParametersEnd() {}
   // The input ends: at the end of the file, or (undecodable) at bytes the
   // reader cannot decode, where it stops as if the file ended.
   virtual void InputEnd(bool /*undecodable*/) {}

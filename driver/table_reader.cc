@@ -223,6 +223,9 @@ class Scan {
 // header lacks are filled: the input table always wins, so text after the
 // selector of a field that exists already is skipped.
 void ReadParameters(InputFile& file) {
+  if (g_Observer != nullptr) {
+    g_Observer->ParametersBegin();
+  }
   FieldTab& tab = Tbl::TabHdrField;
   tab.SetCurrent(0);
   bool collecting = false;
@@ -254,6 +257,9 @@ void ReadParameters(InputFile& file) {
     }
   }
   tab.DelEndBlank();
+  if (g_Observer != nullptr) {
+    g_Observer->ParametersEnd();
+  }
 }
 
 }  // namespace

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <cstring>
 #include <cwchar>
+#include <string>
+#include <utility>
 
 #include "driver/run_observer.h"
 #include "driver/tbl.h"
@@ -173,6 +175,12 @@ void Line::PutPolObserved(wchar_t* line, typAlign align, int start, int end,
                           FieldTab* tab, bool truncate) {
   const Field* const field = tab->m_Current;
   const size_t before = field != nullptr ? field->LenToEnd() : 0;
+  std::wstring value;
+  if (field != nullptr) {
+    size_t unread = 0;
+    const wchar_t* from = field->Unread(unread);
+    value.assign(from, static_cast<size_t>(RemainderUpTo(tab, unread).count));
+  }
   Place(line, align, start, end, tab, truncate);
   const size_t after = field != nullptr ? field->LenToEnd() : 0;
   const size_t used = before - after;
@@ -183,7 +191,8 @@ void Line::PutPolObserved(wchar_t* line, typAlign align, int start, int end,
                       truncate,
                       0,
                       0,
-                      after};
+                      after,
+                      std::move(value)};
   // A value cut by a truncating stretch leaves nothing; what it had
   // beyond the stretch's width is what was dropped.
   const size_t width = end >= start ? static_cast<size_t>(end - start + 1) : 0;
