@@ -1,0 +1,550 @@
+#include "check/dry_run.h"
+
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <map>
+#include <set>
+#include <streambuf>
+#include <tuple>
+
+#include "check/run_trace.h"
+#include "check/sections.h"
+#include "driver/run_observer.h"
+#include "driver/table_observer.h"
+#include "driver/tbl.h"
+#include "template/classify.h"
+#include "textio/utf8.h"
+
+namespace {
+
+// Thrown by the observer when a run has done far more work than its input
+// can account for: formfill would go round for ever here.
+struct EndlessLoop {
+  int section;
+  int index;
+};
+
+// A wide stream buffer that drops everything: the run's messages on
+// standard output are not the checker's output.
+class NullBuffer : public std::wstreambuf {
+ protected:
+  int_type overflow(int_type c) override { return traits_type::not_eof(c); }
+};
+
+// Counts the lines of the table (not of a parameters file) and notes the
+// line on which each record begins.
+class TableLines : public TableObserver {
+ public:
+  long record_line() const { return m_RecordLine; }
+
+  void Selector(wchar_t, long, size_t) override { Seen(); }
+  void NotSelector(wchar_t, size_t) override { Seen(); }
+  void Text(const wchar_t*, size_t) override { Seen(); }
+  void Escape(wchar_t c) override {
+    Seen();
+    if (c == L'\n' && !m_InParameters)
+      ++m_Line;
+  }
+  void LineEnd() override {
+    if (!m_InParameters)
+      ++m_Line;
+  }
+  void RecordEnd() override { m_Pending = true; }
+  void PageMark() override { Seen(); }
+  void HeaderEnd(wchar_t) override { m_Pending = true; }
+  void ParametersBegin() override { m_InParameters = true; }
+  void ParametersEnd() override { m_InParameters = false; }
+
+ private:
+  void Seen() {
+    if (m_Pending && !m_InParameters) {
+      m_Pending = false;
+      m_RecordLine = m_Line;
+    }
+  }
+
+  long m_Line = 1;
+  long m_RecordLine = 1;
+  bool m_Pending = false;
+  bool m_InParameters = false;
+};
+
+// The first words of text, for a message.
+std::string Excerpt(const std::wstring& text, size_t limit = 40) {
+  std::wstring cut = text.substr(0, limit);
+  for (wchar_t& c : cut) {
+    if (c == kValueSeparator || c < L' ')
+      c = L' ';
+  }
+  if (text.size() > limit)
+    cut += L"...";
+  try {
+    return "\"" + ToUtf8(cut) + "\"";
+  } catch (const std::range_error&) {
+    return "(text outside Unicode)";
+  }
+}
+
+// True when text reads as an amount or a number: digits with at most a
+// sign, separators and a currency sign or two. Cutting such a value
+// changes what it says; cutting words is what a truncating stretch is for.
+bool LooksNumeric(const std::wstring& text) {
+  size_t digits = 0;
+  for (wchar_t c : text) {
+    if (c >= L'0' && c <= L'9') {
+      ++digits;
+    } else if (!wcschr(L" .,'-+%$\u20AC\u00A3", c)) {
+      return false;
+    }
+  }
+  return digits > 0;
+}
+
+// Where a kind of finding arose, for summing repeats up.
+using Place = std::tuple<std::string, int, int, int>;
+
+struct Summed {
+  RunFinding first;
+  long count = 0;
+};
+
+class Analyzer : public RunObserver {
+ public:
+  Analyzer(const RunSettings& settings, const Sections& sections,
+           const TableLines& table, std::ostream* trace)
+      : m_Settings(settings),
+        m_Sections(sections),
+        m_Table(table),
+        m_TableName(Narrow(settings.table)),
+        m_Trace(trace) {}
+
+  void SectionLoaded(int section) override;
+  void RecordRead(long number) override;
+  void RecordDone(long number) override;
+  void LinePrinted(int section, int index) override;
+  void Placed(const Placement& placement) override;
+  void Message(int n, int section, int index) override;
+  void Step(int section, int index) override { Spend(section, index); }
+  void Wrote(const wchar_t* text, size_t n) override;
+
+  // After the run (or after it was stopped): what is left, summed up.
+  std::vector<RunFinding> Finish(const EndlessLoop* loop);
+  // The run ended with an exception that formfill lets end the process.
+  RunFinding Aborted(const std::string& what) const;
+
+ private:
+  std::string Narrow(const std::wstring& name) const;
+  std::string TableAt(long record) const;
+  void Add(const Place& place, RunFinding finding);
+  void NewBudget();
+  void Spend(int section, int index);
+  void LostText(long record, const char* how);
+  void SheetLine();
+  void RecordStarts(std::vector<RunFinding>& out) const;
+  void FinishSheet();
+
+  const RunSettings& m_Settings;
+  const Sections& m_Sections;
+  const TableLines& m_Table;
+  std::string m_TableName;
+  RunTrace m_Trace;
+
+  // The record being filled (0: none) and the table line it begins on.
+  long m_Record = 0;
+  long m_RecordLine = 0;
+  bool m_AwaitFirstLine = false;
+  bool m_PageMarkPending = false;
+  int m_Section = 0;
+  int m_Index = -1;
+  double m_Budget = 0;
+
+  // Per template line: the records that began on it, the first of them,
+  // and the lines those records print after it before they turn back.
+  using Where = std::pair<int, int>;
+  struct LineUse {
+    long starts = 0;
+    long first_record = 0;
+    long first_table_line = 0;
+    std::set<Where> body;
+  };
+  std::map<Where, LineUse> m_Uses;
+  // The first record's first line and the lines it prints on its way
+  // down: evidence of the loop's order when later records begin there too.
+  Where m_FirstOfAll{0, -1};
+  std::set<Where> m_FirstBody;
+  // The record's first line, and its last while it still goes forward.
+  Where m_First{0, -1};
+  int m_Previous = -1;
+  bool m_Forward = false;
+
+  // The sheet being written: its number, its lines so far, and the record
+  // that took it past the limit (0: none yet).
+  long m_Sheet = 0;
+  long m_SheetLines = 0;
+  long m_RecordSheetLine = 0;
+  long m_Over = 0;
+  long m_OverLine = 0;
+  bool m_OverStartedHere = false;
+  long m_LongSheets = 0;
+
+  std::map<Place, Summed> m_Summed;
+  std::vector<Place> m_Order;
+  bool m_Message12 = false;
+};
+
+std::string Analyzer::Narrow(const std::wstring& name) const {
+  try {
+    return ToUtf8(name);
+  } catch (const std::range_error&) {
+    return "?";
+  }
+}
+
+std::string Analyzer::TableAt(long record) const {
+  return "record " + std::to_string(record) + " (" + m_TableName + ":" +
+         std::to_string(m_RecordLine) + ")";
+}
+
+void Analyzer::Add(const Place& place, RunFinding finding) {
+  auto [it, fresh] = m_Summed.try_emplace(place);
+  if (fresh) {
+    it->second.first = std::move(finding);
+    m_Order.push_back(place);
+  }
+  ++it->second.count;
+}
+
+void Analyzer::NewBudget() {
+  // Work a run may do before it is taken for one that never ends: every
+  // character still to print may take every line of every section, each
+  // repeated as often as the template repeats anything, and more.
+  const double left = static_cast<double>(Tbl::TabRcdField.AllOst()) +
+                      static_cast<double>(Tbl::TabHdrField.AllOst()) + 1;
+  m_Budget = left * (m_Sections.Entries() + 1) * (m_Sections.MaxRepeat() + 1) *
+                 4 +
+             100000;
+}
+
+void Analyzer::Spend(int section, int index) {
+  m_Budget -= 1;
+  if (m_Budget < 0) {
+    throw EndlessLoop{section, index};
+  }
+}
+
+void Analyzer::SectionLoaded(int section) {
+  if (section != 3) {
+    FinishSheet();
+    ++m_Sheet;
+    m_SheetLines = 0;
+    m_RecordSheetLine = 0;
+  }
+  // A continuation sheet uses up at least one character of the record, or
+  // formfill stops it: a budget for each sheet still bounds the whole run.
+  NewBudget();
+}
+
+void Analyzer::RecordRead(long number) {
+  m_Record = number;
+  m_RecordLine = m_Table.record_line();
+  m_AwaitFirstLine = true;
+  m_PageMarkPending = Tbl::totBreak > 0;
+  m_RecordSheetLine = m_SheetLines;
+  m_Trace.SetRecord(number, m_TableName, m_RecordLine);
+  NewBudget();
+}
+
+void Analyzer::RecordDone(long number) {
+  if (Tbl::TabRcdField.Exist() && !m_Message12) {
+    LostText(number, "is left when the record is done");
+  }
+  m_Message12 = false;
+  m_Record = 0;
+  m_Trace.SetRecord(0, m_TableName, 0);
+  NewBudget();
+}
+
+void Analyzer::LinePrinted(int section, int index) {
+  Spend(section, index);
+  m_Section = section;
+  m_Index = index;
+  m_Trace.SetLine(m_Sections.Name(section), m_Sections.LineOf(section, index));
+  // The first record may begin above the loop (a heading): where it began
+  // counts only if later records begin there too (see RecordStarts).
+  if (m_Record == 1 && m_AwaitFirstLine) {
+    m_FirstOfAll = {section, index};
+    m_First = m_FirstOfAll;
+    m_Forward = true;
+  } else if (m_Record == 1 && m_Forward && index > m_Previous &&
+             section == m_First.first) {
+    m_FirstBody.insert({section, index});
+  } else if (m_Record > 1 && m_AwaitFirstLine && !m_PageMarkPending) {
+    LineUse& use = m_Uses[{section, index}];
+    if (use.starts++ == 0) {
+      use.first_record = m_Record;
+      use.first_table_line = m_RecordLine;
+    }
+    m_First = {section, index};
+    m_Forward = true;
+  } else if (m_Record > 1 && m_Forward && section == m_First.first &&
+             index > m_Previous) {
+    m_Uses[m_First].body.insert({section, index});
+  } else {
+    m_Forward = false;
+  }
+  m_Previous = index;
+  m_AwaitFirstLine = false;
+}
+void Analyzer::Placed(const Placement& p) {
+  if (p.cut == 0) {
+    return;
+  }
+  const bool numeric = LooksNumeric(p.value);
+  RunFinding f{numeric ? "cut-number" : "cut-text",
+               numeric ? RunSeverity::kWarning : RunSeverity::kNote,
+               m_Sections.Name(m_Section),
+               m_Sections.LineOf(m_Section, m_Index),
+               p.start + 1,
+               std::string(p.record ? "$" : "&") + std::to_string(p.field) +
+                   " is cut to the " + std::to_string(p.end - p.start + 1) +
+                   " characters of its truncating stretch: " +
+                   (m_Record != 0 ? TableAt(m_Record) : std::string("the header")) +
+                   " holds " + Excerpt(p.value, 60)};
+  Add({f.name, m_Section, m_Index, p.start}, std::move(f));
+}
+
+void Analyzer::LostText(long record, const char* how) {
+  for (const auto& entry : Tbl::TabRcdField) {
+    const Field* field = entry.second;
+    if (field == nullptr || !field->Exist())
+      continue;
+    size_t n = 0;
+    const wchar_t* rest = field->Unread(n);
+    // Blanks left over (a line end after the last "@") are no loss.
+    if (std::all_of(rest, rest + n,
+                    [](wchar_t c) { return c == L' ' || c == kValueSeparator; }))
+      continue;
+    RunFinding f{"lost-text", RunSeverity::kError, m_TableName, m_RecordLine,
+                 1,
+                 (record != 0 ? "record " + std::to_string(record)
+                              : std::string("the text after the last \"@\"")) +
+                     ": " + std::to_string(n) +
+                     " characters of $" + std::to_string(entry.first) +
+                     " never reach the document (" + how + ", last line " +
+                     m_Sections.Name(m_Section) + ":" +
+                     std::to_string(m_Sections.LineOf(m_Section, m_Index)) +
+                     "): " + Excerpt(std::wstring(rest, std::min<size_t>(n, 60)))};
+    Add({f.name, m_Section, m_Index, static_cast<int>(entry.first)},
+        std::move(f));
+  }
+}
+
+void Analyzer::Message(int n, int section, int index) {
+  m_Trace.SetMessage(n);
+  if (n == Tbl::errNextCycle) {
+    m_Message12 = true;
+    LostText(m_Record, "message 12 drops it");
+    RunFinding f{"message-12", RunSeverity::kError, m_Sections.Name(2), 1, 1,
+                 TableAt(m_Record) +
+                     ": a whole continuation sheet placed none of its text; "
+                     "formfill drops the rest and writes message 12 \"" +
+                     Narrow(Tbl::Err(Tbl::errNextCycle)) + "\" into the document"};
+    Add({f.name, 2, 0, 0}, std::move(f));
+    return;
+  }
+  const bool repeat = n == Tbl::errRepeatBlock;
+  RunFinding f{repeat ? "message-7" : "message-8", RunSeverity::kWarning,
+               m_Sections.Name(section), m_Sections.LineOf(section, index), 1,
+               std::string(repeat ? "the repeated block runs past the end of "
+                                    "the section: formfill writes message 7 \""
+                                  : "the iteration comes back here without "
+                                    "printing a line (" +
+                                        m_Sections.LastJumpText(section, index) +
+                                        "): formfill writes message 8 \"") +
+                   Narrow(Tbl::Err(static_cast<Tbl::numErr>(n))) +
+                   "\" into the document and on standard output" +
+                   (m_Record != 0 ? ", first with " + TableAt(m_Record)
+                                  : std::string(" after the last record"))};
+  Add({f.name, section, index, 0}, std::move(f));
+}
+
+void Analyzer::Wrote(const wchar_t* text, size_t n) {
+  const long lines = m_Trace.Write(text, n);
+  for (long k = 0; k < lines; ++k) {
+    SheetLine();
+  }
+}
+
+void Analyzer::SheetLine() {
+  ++m_SheetLines;
+  if (m_Settings.sheet_lines <= 0 || m_SheetLines != m_Settings.sheet_lines + 1)
+    return;
+  m_Over = m_Record;
+  m_OverLine = m_RecordLine;
+  m_OverStartedHere = m_Record != 0 && m_RecordSheetLine > 0;
+}
+
+void Analyzer::FinishSheet() {
+  if (m_Settings.sheet_lines <= 0 || m_SheetLines <= m_Settings.sheet_lines)
+    return;
+  if (++m_LongSheets > 100) {
+    return;  // summed up in Finish
+  }
+  const std::string length = "sheet " + std::to_string(m_Sheet) +
+                             " runs to " + std::to_string(m_SheetLines) +
+                             " lines, more than " +
+                             std::to_string(m_Settings.sheet_lines);
+  std::string advice;
+  if (m_Over == 0) {
+    advice = ": the text after the last record takes it there";
+  } else if (m_OverStartedHere) {
+    advice = ": a page mark (\">\" at the start of a line) before record " +
+             std::to_string(m_Over) + " keeps it within " +
+             std::to_string(m_Settings.sheet_lines);
+  } else {
+    advice = ": record " + std::to_string(m_Over) +
+             " alone takes it there; no page mark helps";
+  }
+  RunFinding f{"sheet-length", RunSeverity::kWarning, m_TableName,
+               m_Over != 0 ? m_OverLine : 1, 1, length + advice};
+  Add({f.name, 0, static_cast<int>(m_Sheet), 0}, std::move(f));
+}
+
+void Analyzer::RecordStarts(std::vector<RunFinding>& out) const {
+  // Records go round the template and begin where the one before them
+  // stopped, which in a sound template is the same line for all of them
+  // (or one of a form's slots, each a record of its own). A record that
+  // begins on a line that other records print on their way down from
+  // where they began follows one that stopped short: the sign of an
+  // optional line printed without the jump that skips it, so that this
+  // record's values come out under the last one's first lines.
+  std::map<Where, LineUse> uses = m_Uses;
+  const auto first = uses.find(m_FirstOfAll);
+  if (first != uses.end()) {
+    first->second.body.insert(m_FirstBody.begin(), m_FirstBody.end());
+  }
+  for (const auto& [where, use] : uses) {
+    for (const auto& [other, other_use] : uses) {
+      if (other == where || other_use.body.count(where) == 0)
+        continue;
+      out.push_back(
+          {"record-start", RunSeverity::kWarning, m_Sections.Name(where.first),
+           m_Sections.LineOf(where.first, where.second), 1,
+           "record " + std::to_string(use.first_record) + " (" + m_TableName +
+               ":" + std::to_string(use.first_table_line) +
+               ") begins printing on this line, which follows " +
+               m_Sections.Name(other.first) + ":" +
+               std::to_string(m_Sections.LineOf(other.first, other.second)) +
+               " where " + std::to_string(other_use.starts) +
+               " records began (" + std::to_string(use.starts) +
+               " begin here): the record before it stopped short and this "
+               "one's values follow its first lines; does an optional line "
+               "lack the jump that skips it?"});
+      break;
+    }
+  }
+}
+std::vector<RunFinding> Analyzer::Finish(const EndlessLoop* loop) {
+  std::vector<RunFinding> out;
+  if (loop != nullptr) {
+    out.push_back({"endless-loop", RunSeverity::kError,
+                   m_Sections.Name(loop->section),
+                   m_Sections.LastJumpLine(loop->section, loop->index), 1,
+                   "formfill never ends here: the lines go round " +
+                       m_Sections.LastJumpText(loop->section, loop->index) +
+                       (m_Record != 0 ? " with " + TableAt(m_Record)
+                                      : std::string(" after the last record")) +
+                       " without using up any text (the check stopped it)"});
+    return out;
+  }
+  FinishSheet();
+  if (Tbl::TabRcdField.Exist()) {
+    LostText(m_Record, "is left when the run ends");
+  }
+  for (const Place& place : m_Order) {
+    const Summed& s = m_Summed.at(place);
+    RunFinding f = s.first;
+    if (s.count > 1) {
+      f.message += " (and " + std::to_string(s.count - 1) + " more like it)";
+    }
+    out.push_back(std::move(f));
+  }
+  if (m_LongSheets > 100) {
+    out.push_back({"sheet-length", RunSeverity::kWarning, m_TableName, 1, 1,
+                   std::to_string(m_LongSheets - 100) +
+                       " more sheets are longer than " +
+                       std::to_string(m_Settings.sheet_lines) + " lines"});
+  }
+  RecordStarts(out);
+  m_Trace.Finish();
+  return out;
+}
+
+RunFinding Analyzer::Aborted(const std::string& what) const {
+  return {"abort", RunSeverity::kError, m_Sections.Name(m_Section),
+          m_Sections.LineOf(m_Section, m_Index), 1,
+          "formfill ends abnormally while printing this line" +
+              (m_Record != 0 ? " with " + TableAt(m_Record) : std::string()) +
+              " (" + what + "): the document stops here"};
+}
+
+// Puts formfill's settings in place for one run, and what an earlier read
+// left in the field tables away.
+void PrepareRun(const RunSettings& settings) {
+  Tbl::BlankFile = settings.blank;
+  Tbl::InpFile = settings.table;
+  Tbl::BegParam = settings.params;
+  Tbl::PathBlank = settings.path;
+  // Written and thrown away by the system: nothing reaches any file.
+  Tbl::OutFile = L"/dev/null";
+  Tbl::TabHdrField.freeAll();
+  Tbl::TabRcdField.freeAll();
+  Tbl::CountList = 0;
+  Tbl::totBreak = 0;
+  Tbl::FirstOst = 0;
+}
+
+}  // namespace
+
+std::vector<RunFinding> DryRun(const RunSettings& settings,
+                               std::ostream* trace) {
+  // A directory list with ";" and a parameters file: formfill searches for
+  // ever before it reads a record. The static checks say so; no run.
+  if (!settings.params.empty() &&
+      settings.path.find(L';') != std::wstring::npos) {
+    return {};
+  }
+  const Sections sections(settings.path, settings.blank);
+  TableLines table;
+  Analyzer analyzer(settings, sections, table, trace);
+  PrepareRun(settings);
+  NullBuffer null;
+  std::wstreambuf* const screen = std::wcout.rdbuf(&null);
+  SetTableObserver(&table);
+  SetRunObserver(&analyzer);
+  EndlessLoop loop{0, 0};
+  bool endless = false;
+  std::string abort_reason;
+  try {
+    Tbl tbl;
+    static_cast<void>(tbl.Execute());
+  } catch (const EndlessLoop& caught) {
+    loop = caught;
+    endless = true;
+  } catch (const std::exception& e) {
+    // formfill lets these end the process; the check reports them.
+    abort_reason = e.what();
+  }
+  SetRunObserver(nullptr);
+  SetTableObserver(nullptr);
+  std::wcout.rdbuf(screen);
+  std::vector<RunFinding> findings =
+      analyzer.Finish(endless ? &loop : nullptr);
+  if (!abort_reason.empty()) {
+    findings.push_back(analyzer.Aborted(abort_reason));
+  }
+  return findings;
+}
