@@ -6,7 +6,6 @@
 #include <iostream>
 #include <iterator>
 #include <map>
-#include <set>
 #include <streambuf>
 #include <tuple>
 
@@ -119,7 +118,8 @@ class Analyzer : public RunObserver {
         m_Sections(sections),
         m_Table(table),
         m_TableName(Narrow(settings.table)),
-        m_Trace(trace) {}
+        m_Trace(trace),
+        m_Tracing(trace != nullptr) {}
 
   void SectionLoaded(int section) override;
   void RecordRead(long number) override;
@@ -144,6 +144,9 @@ class Analyzer : public RunObserver {
   void LostText(long record, const char* how);
   void SheetLine();
   void RecordStarts(std::vector<RunFinding>& out) const;
+  struct LineUse;
+  RunFinding StartFinding(int section, int at, const LineUse& use, int other,
+                          const LineUse& other_use) const;
   void FinishSheet();
 
   const RunSettings& m_Settings;
@@ -151,6 +154,7 @@ class Analyzer : public RunObserver {
   const TableLines& m_Table;
   std::string m_TableName;
   RunTrace m_Trace;
+  bool m_Tracing;
 
   // The record being filled (0: none) and the table line it begins on.
   long m_Record = 0;
@@ -168,13 +172,14 @@ class Analyzer : public RunObserver {
     long starts = 0;
     long first_record = 0;
     long first_table_line = 0;
-    std::set<Where> body;
+    std::vector<bool> body;  // by index within the same section
   };
-  std::map<Where, LineUse> m_Uses;
+  LineUse* Use(Where where);
+  std::vector<LineUse> m_Uses[3];
   // The first record's first line and the lines it prints on its way
   // down: evidence of the loop's order when later records begin there too.
   Where m_FirstOfAll{0, -1};
-  std::set<Where> m_FirstBody;
+  std::vector<bool> m_FirstBody;
   // The record's first line, and its last while it still goes forward.
   Where m_First{0, -1};
   int m_Previous = -1;
@@ -267,38 +272,65 @@ void Analyzer::RecordDone(long number) {
   NewBudget();
 }
 
+Analyzer::LineUse* Analyzer::Use(Where where) {
+  if (where.first < 1 || where.first > 3 || where.second < 0 ||
+      where.second >= m_Sections.Count(where.first)) {
+    return nullptr;
+  }
+  std::vector<LineUse>& uses = m_Uses[where.first - 1];
+  if (uses.empty()) {
+    uses.resize(static_cast<size_t>(m_Sections.Count(where.first)));
+  }
+  return &uses[static_cast<size_t>(where.second)];
+}
+
+// Marks index in body, a set of the lines of one section.
+void Mark(std::vector<bool>& body, int index, int count) {
+  if (body.empty()) {
+    body.resize(static_cast<size_t>(count));
+  }
+  if (index >= 0 && index < count) {
+    body[static_cast<size_t>(index)] = true;
+  }
+}
+
 void Analyzer::LinePrinted(int section, int index) {
   Spend(section, index);
   m_Section = section;
   m_Index = index;
-  m_Trace.SetLine(m_Sections.Name(section), m_Sections.LineOf(section, index));
+  if (m_Tracing) {
+    m_Trace.SetLine(&m_Sections.Name(section),
+                    m_Sections.LineOf(section, index));
+  } else {
+    m_Trace.SetLine(nullptr, 0);
+  }
+  const bool onward =
+      m_Forward && section == m_First.first && index > m_Previous;
   // The first record may begin above the loop (a heading): where it began
   // counts only if later records begin there too (see RecordStarts).
   if (m_Record == 1 && m_AwaitFirstLine) {
-    m_FirstOfAll = {section, index};
-    m_First = m_FirstOfAll;
+    m_FirstOfAll = m_First = {section, index};
     m_Forward = true;
-  } else if (m_Record == 1 && m_Forward && index > m_Previous &&
-             section == m_First.first) {
-    m_FirstBody.insert({section, index});
+  } else if (m_Record == 1 && onward) {
+    Mark(m_FirstBody, index, m_Sections.Count(section));
   } else if (m_Record > 1 && m_AwaitFirstLine && !m_PageMarkPending) {
-    LineUse& use = m_Uses[{section, index}];
-    if (use.starts++ == 0) {
-      use.first_record = m_Record;
-      use.first_table_line = m_RecordLine;
+    LineUse* use = Use({section, index});
+    if (use != nullptr && use->starts++ == 0) {
+      use->first_record = m_Record;
+      use->first_table_line = m_RecordLine;
     }
     m_First = {section, index};
     m_Forward = true;
-  } else if (m_Record > 1 && m_Forward && section == m_First.first &&
-             index > m_Previous) {
-    m_Uses[m_First].body.insert({section, index});
+  } else if (m_Record > 1 && onward) {
+    if (LineUse* use = Use(m_First)) {
+      Mark(use->body, index, m_Sections.Count(section));
+    }
   } else {
     m_Forward = false;
   }
   m_Previous = index;
   m_AwaitFirstLine = false;
-}
-void Analyzer::Placed(const Placement& p) {
+}void Analyzer::Placed(const Placement& p) {
   if (p.cut == 0) {
     return;
   }
@@ -421,31 +453,47 @@ void Analyzer::RecordStarts(std::vector<RunFinding>& out) const {
   // where they began follows one that stopped short: the sign of an
   // optional line printed without the jump that skips it, so that this
   // record's values come out under the last one's first lines.
-  std::map<Where, LineUse> uses = m_Uses;
-  const auto first = uses.find(m_FirstOfAll);
-  if (first != uses.end()) {
-    first->second.body.insert(m_FirstBody.begin(), m_FirstBody.end());
-  }
-  for (const auto& [where, use] : uses) {
-    for (const auto& [other, other_use] : uses) {
-      if (other == where || other_use.body.count(where) == 0)
+  for (int section = 1; section <= 3; ++section) {
+    std::vector<LineUse> uses = m_Uses[section - 1];
+    const int count = static_cast<int>(uses.size());
+    if (m_FirstOfAll.first == section && m_FirstOfAll.second < count &&
+        !m_FirstBody.empty()) {
+      std::vector<bool>& body = uses[static_cast<size_t>(m_FirstOfAll.second)].body;
+      body.resize(m_FirstBody.size());
+      for (size_t k = 0; k < body.size(); ++k)
+        body[k] = body[k] || m_FirstBody[k];
+    }
+    for (int at = 0; at < count; ++at) {
+      const LineUse& use = uses[static_cast<size_t>(at)];
+      if (use.starts == 0)
         continue;
-      out.push_back(
-          {"record-start", RunSeverity::kWarning, m_Sections.Name(where.first),
-           m_Sections.LineOf(where.first, where.second), 1,
-           "record " + std::to_string(use.first_record) + " (" + m_TableName +
-               ":" + std::to_string(use.first_table_line) +
-               ") begins printing on this line, which follows " +
-               m_Sections.Name(other.first) + ":" +
-               std::to_string(m_Sections.LineOf(other.first, other.second)) +
-               " where " + std::to_string(other_use.starts) +
-               " records began (" + std::to_string(use.starts) +
-               " begin here): the record before it stopped short and this "
-               "one's values follow its first lines; does an optional line "
-               "lack the jump that skips it?"});
-      break;
+      for (int other = 0; other < count; ++other) {
+        const LineUse& other_use = uses[static_cast<size_t>(other)];
+        if (other == at || other_use.starts == 0 ||
+            other_use.body.size() <= static_cast<size_t>(at) ||
+            !other_use.body[static_cast<size_t>(at)])
+          continue;
+        out.push_back(StartFinding(section, at, use, other, other_use));
+        break;
+      }
     }
   }
+}
+
+RunFinding Analyzer::StartFinding(int section, int at, const LineUse& use,
+                                  int other, const LineUse& other_use) const {
+  const std::string& name = m_Sections.Name(section);
+  return {"record-start", RunSeverity::kWarning, name,
+          m_Sections.LineOf(section, at), 1,
+          "record " + std::to_string(use.first_record) + " (" + m_TableName +
+              ":" + std::to_string(use.first_table_line) +
+              ") begins printing on this line, which follows " + name + ":" +
+              std::to_string(m_Sections.LineOf(section, other)) + " where " +
+              std::to_string(other_use.starts) + " records began (" +
+              std::to_string(use.starts) +
+              " begin here): the record before it stopped short and this "
+              "one's values follow its first lines; does an optional line "
+              "lack the jump that skips it?"};
 }
 std::vector<RunFinding> Analyzer::Finish(const EndlessLoop* loop) {
   std::vector<RunFinding> out;

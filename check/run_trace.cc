@@ -1,5 +1,6 @@
 #include "check/run_trace.h"
 
+#include <cwchar>
 #include <stdexcept>
 
 #include "textio/utf8.h"
@@ -27,12 +28,6 @@ void RunTrace::SetRecord(long number, const std::string& table,
                                ":" + std::to_string(table_line);
 }
 
-void RunTrace::SetLine(const std::string& file, long line) {
-  m_Line = Safe(file) + ":" + std::to_string(line);
-  m_Message = -1;
-  m_LineDue = true;
-}
-
 void RunTrace::SetMessage(int n) {
   m_Message = n;
 }
@@ -41,16 +36,32 @@ std::string RunTrace::Gutter() const {
   // The write right after a template line is announced is that line; any
   // other write is a message of formfill's.
   std::string gutter =
-      m_LineDue ? m_Line
-                : "message" + (m_Message >= 0 ? " " + std::to_string(m_Message)
-                                              : std::string());
+      m_LineDue && m_File != nullptr
+          ? Safe(*m_File) + ":" + std::to_string(m_LineNumber)
+          : "message" + (m_Message >= 0 ? " " + std::to_string(m_Message)
+                                        : std::string());
   gutter += " " + m_Record;
   if (gutter.size() < kGutterWidth)
     gutter.resize(kGutterWidth, ' ');
   return gutter;
 }
 
+long RunTrace::Count(const wchar_t* text, size_t n) {
+  long lines = 0;
+  for (const wchar_t* end = text + n;
+       (text = std::wmemchr(text, L'\n', static_cast<size_t>(end - text))) !=
+       nullptr;
+       ++text) {
+    ++lines;
+  }
+  m_LineDue = false;
+  return lines;
+}
+
 long RunTrace::Write(const wchar_t* text, size_t n) {
+  if (m_Out == nullptr) {
+    return Count(text, n);
+  }
   long lines = 0;
   for (size_t k = 0; k < n; ++k) {
     if (m_Text.empty() && m_TextGutter.empty()) {

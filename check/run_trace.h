@@ -15,12 +15,19 @@ class RunTrace {
   // The record whose values the next lines hold (0: none), and the table
   // and line on which it begins.
   void SetRecord(long number, const std::string& table, long table_line);
-  // The template line about to be written.
-  void SetLine(const std::string& file, long line);
+  // The template line about to be written: its file and line.
+  void SetLine(const std::string* file, long line) {
+    m_File = file;
+    m_LineNumber = line;
+    m_Message = -1;
+    m_LineDue = true;
+  }
   // Message n is about to be written.
   void SetMessage(int n);
   // text has gone into the document; returns how many lines it ended.
   long Write(const wchar_t* text, size_t n);
+  // Write without a trace to write: the lines are only counted.
+  long Count(const wchar_t* text, size_t n);
   // Writes a last line that has no line end.
   void Finish();
 
@@ -30,7 +37,8 @@ class RunTrace {
 
   std::ostream* m_Out;
   std::string m_Record = "-";
-  std::string m_Line;
+  const std::string* m_File = nullptr;
+  long m_LineNumber = 0;
   int m_Message = -1;
   bool m_LineDue = false;
   // The document line being written, and the gutter it began under.

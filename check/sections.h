@@ -16,6 +16,12 @@ class Sections {
   const std::string& Name(int section) const;
   // The 1-based file line of entry index of section n (1 when unknown).
   long LineOf(int section, int index) const;
+  // The entries of section n.
+  int Count(int section) const {
+    return section >= 1 && section <= 3
+               ? static_cast<int>(m_Sections[section - 1].entries.size())
+               : 0;
+  }
   // All entries of all sections, and the largest repeat count.
   long Entries() const { return m_Entries; }
   long MaxRepeat() const { return m_MaxRepeat; }

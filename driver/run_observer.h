@@ -21,7 +21,8 @@ struct Placement {
   size_t placed;      // characters written into the stretch
   size_t cut;         // characters dropped by a truncating stretch
   size_t left;        // characters the field still holds for later
-  std::wstring value;  // the value as it stood before, up to a separator
+  // With truncating: the value as it stood before, up to a separator.
+  std::wstring value;
 };
 
 // Every event names a section (1, 2 or 3) and an entry of it: the index of

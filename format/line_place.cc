@@ -176,7 +176,7 @@ void Line::PutPolObserved(wchar_t* line, typAlign align, int start, int end,
   const Field* const field = tab->m_Current;
   const size_t before = field != nullptr ? field->LenToEnd() : 0;
   std::wstring value;
-  if (field != nullptr) {
+  if (field != nullptr && truncate) {
     size_t unread = 0;
     const wchar_t* from = field->Unread(unread);
     value.assign(from, static_cast<size_t>(RemainderUpTo(tab, unread).count));
