@@ -14,6 +14,7 @@
 #include "driver/run_observer.h"
 #include "driver/table_observer.h"
 #include "driver/tbl.h"
+#include "template/blank.h"
 #include "template/classify.h"
 #include "textio/utf8.h"
 
@@ -130,6 +131,21 @@ class Analyzer : public RunObserver {
   void Step(int section, int index) override { Spend(section, index); }
   void Wrote(const wchar_t* text, size_t n) override;
 
+  // The streams of the sections the run loaded. The engine leaves a
+  // section's file open when it loads the next (formfill ends right
+  // after); the checker closes them all once the run is over.
+  void CloseSections() {
+    for (FILE* stream : m_Streams) {
+      if (stream != nullptr && stream != Blank::m_File.m_Stream)
+        fclose(stream);
+    }
+    m_Streams.clear();
+    if (Blank::m_File.m_Stream != nullptr) {
+      fclose(Blank::m_File.m_Stream);
+      Blank::m_File.m_Stream = nullptr;
+    }
+  }
+
   // After the run (or after it was stopped): what is left, summed up.
   std::vector<RunFinding> Finish(const EndlessLoop* loop);
   // The run ended with an exception that formfill lets end the process.
@@ -195,6 +211,7 @@ class Analyzer : public RunObserver {
   bool m_OverStartedHere = false;
   long m_LongSheets = 0;
 
+  std::vector<FILE*> m_Streams;
   std::map<Place, Summed> m_Summed;
   std::vector<Place> m_Order;
   bool m_Message12 = false;
@@ -241,6 +258,11 @@ void Analyzer::Spend(int section, int index) {
 }
 
 void Analyzer::SectionLoaded(int section) {
+  FILE* const stream = Blank::m_File.m_Stream;
+  if (std::find(m_Streams.begin(), m_Streams.end(), stream) ==
+      m_Streams.end()) {
+    m_Streams.push_back(stream);
+  }
   if (section != 3) {
     FinishSheet();
     ++m_Sheet;
@@ -589,6 +611,7 @@ std::vector<RunFinding> DryRun(const RunSettings& settings,
   SetRunObserver(nullptr);
   SetTableObserver(nullptr);
   std::wcout.rdbuf(screen);
+  analyzer.CloseSections();
   std::vector<RunFinding> findings =
       analyzer.Finish(endless ? &loop : nullptr);
   if (!abort_reason.empty()) {

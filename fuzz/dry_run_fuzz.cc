@@ -1,0 +1,69 @@
+// Fuzzes the checker's dry run: the input is section 1 and, after each
+// "\n%%\n", sections 2 and 3, the table and the parameters file. The run
+// must end (the budget stops formfill's endless loops), every line of its
+// trace must carry a gutter, and only the failures formfill itself ends
+// with may stop it.
+#include <clocale>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <locale>
+#include <sstream>
+#include <string>
+
+#include "check/dry_run.h"
+#include "driver/tbl.h"
+#include "fuzz/fuzz_util.h"
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  std::locale::global(std::locale("C.UTF-8"));
+  std::setlocale(LC_ALL, "C.UTF-8");
+  return 0;
+}
+
+namespace {
+
+// The messages of the exceptions formfill lets end a run.
+bool ExpectedAbort(const std::string& message) {
+  for (const char* known : {"header text copied by the template too long",
+                            "template line too long after substitution",
+                            "wstring_convert::to_bytes"}) {
+    if (message.find(known) != std::string::npos)
+      return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  const auto parts = SplitInput(data, size, 5);
+  ResetFuzzState();
+  const char* const names[] = {"form.1", "form.2", "form.3", "table.txt",
+                               "params.txt"};
+  for (size_t k = 0; k < 5; ++k) {
+    if (k < parts.size())
+      WriteScratch(names[k], parts[k].first, parts[k].second);
+    else
+      WriteScratch(names[k], data, 0);
+  }
+  RunSettings settings;
+  settings.blank = L"form";
+  settings.path = WidenPath(ScratchDir());
+  settings.table = WidenPath(ScratchDir() + "table.txt");
+  settings.params = L"params.txt";
+  settings.sheet_lines = static_cast<long>(size % 7);
+  std::ostringstream trace;
+  for (const RunFinding& f : DryRun(settings, &trace)) {
+    if (f.name == "abort" && !ExpectedAbort(f.message))
+      abort();
+  }
+  std::istringstream lines(trace.str());
+  for (std::string line; std::getline(lines, line);) {
+    if (line.find(" | ") == std::string::npos)
+      abort();
+  }
+  ResetFuzzState();
+  return 0;
+}
