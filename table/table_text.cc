@@ -1,0 +1,198 @@
+#include "table/table_text.h"
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+
+namespace formfill_table {
+
+namespace {
+
+enum Kind : uint8_t {
+  kPlain,      // copied as it is
+  kEscaped,    // special to the table reader somewhere: gets a backslash
+  kBlank,      // blank or tab: kept unless it ends the value or meets a break
+  kBreak,      // CR or LF
+  kForbidden,  // U+0000 or U+0001
+  kLead2,      // first byte of a two-byte sequence
+  kLead3,
+  kLead4,
+  kInvalid,  // a continuation byte out of place, or never valid in UTF-8
+};
+
+constexpr std::array<Kind, 256> MakeKinds() {
+  std::array<Kind, 256> kinds{};
+  for (int c = 0x80; c < 0x100; ++c)
+    kinds[c] = kInvalid;
+  for (int c = 0xC2; c <= 0xDF; ++c)
+    kinds[c] = kLead2;
+  for (int c = 0xE0; c <= 0xEF; ++c)
+    kinds[c] = kLead3;
+  for (int c = 0xF0; c <= 0xF4; ++c)
+    kinds[c] = kLead4;
+  kinds[0] = kinds[1] = kForbidden;
+  kinds[' '] = kinds['\t'] = kBlank;
+  kinds['\r'] = kinds['\n'] = kBreak;
+  // "&" and "$" open selectors, "@" ends a record, ">" at a line's start is
+  // a page mark or ends the header, "\" escapes. Only some of them matter at
+  // a given place, but escaping all of them everywhere keeps the rule one
+  // that a reader of the table can check at a glance.
+  for (unsigned char c : {'\\', '$', '@', '&', '>'})
+    kinds[c] = kEscaped;
+  return kinds;
+}
+
+constexpr std::array<Kind, 256> kKinds = MakeKinds();
+
+bool Continuation(unsigned char c) { return (c & 0xC0) == 0x80; }
+
+// Length of the well-formed sequence at p (lead byte of kind k, end the end
+// of the value), or 0. Overlong forms, surrogates and code points above
+// U+10FFFF are refused: formfill's reader would take them, but they are no
+// text, and a value that is no text is better refused here than printed.
+size_t SequenceLength(const unsigned char* p, const unsigned char* end,
+                      Kind k) {
+  const size_t n = k == kLead2 ? 2 : k == kLead3 ? 3 : 4;
+  if (static_cast<size_t>(end - p) < n)
+    return 0;
+  for (size_t i = 1; i < n; ++i)
+    if (!Continuation(p[i]))
+      return 0;
+  const unsigned char lead = p[0];
+  const unsigned char next = p[1];
+  if ((lead == 0xE0 && next < 0xA0) || (lead == 0xED && next > 0x9F) ||
+      (lead == 0xF0 && next < 0x90) || (lead == 0xF4 && next > 0x8F))
+    return 0;
+  return n;
+}
+
+ValueCheck Fault(ValueFault fault, const unsigned char* at,
+                 const unsigned char* begin) {
+  ValueCheck check;
+  check.fault = fault;
+  check.at = static_cast<size_t>(at - begin);
+  return check;
+}
+
+// The end of the run of blanks, tabs and line breaks that starts at p, and
+// whether it holds a line break.
+const unsigned char* SpaceRun(const unsigned char* p, const unsigned char* end,
+                              bool* has_break) {
+  *has_break = false;
+  for (; p < end; ++p) {
+    const Kind k = kKinds[*p];
+    if (k == kBreak)
+      *has_break = true;
+    else if (k != kBlank)
+      break;
+  }
+  return p;
+}
+
+}  // namespace
+
+const char* FaultText(ValueFault fault) {
+  switch (fault) {
+    case ValueFault::kNone:
+      return "no fault";
+    case ValueFault::kNotUtf8:
+      return "bytes that are not UTF-8";
+    case ValueFault::kNul:
+      return "a character U+0000, which a table cannot hold";
+    case ValueFault::kSeparator:
+      return "a character U+0001, formfill's value separator";
+  }
+  return "unknown fault";
+}
+
+char* TextBuffer::Reserve(size_t n) {
+  if (m_Capacity - m_Size < n) {
+    size_t capacity = m_Capacity < 4096 ? 4096 : m_Capacity * 2;
+    while (capacity - m_Size < n)
+      capacity *= 2;
+    std::unique_ptr<char[]> data(new char[capacity]);
+    if (m_Size > 0)
+      memcpy(data.get(), m_Data.get(), m_Size);
+    m_Data = std::move(data);
+    m_Capacity = capacity;
+  }
+  return m_Data.get() + m_Size;
+}
+
+void TextBuffer::Append(const char* data, size_t n) {
+  char* w = Reserve(n);
+  if (n > 0)
+    memcpy(w, data, n);
+  m_Size += n;
+}
+
+ValueCheck AppendValue(const char* value, size_t size, TextBuffer* out) {
+  const auto* const begin = reinterpret_cast<const unsigned char*>(value);
+  const auto* const end = begin + size;
+  // Every byte may gain a backslash; nothing else grows.
+  char* w = out->Reserve(2 * size);
+  const unsigned char* p = begin;
+  while (p < end) {
+    const unsigned char c = *p;
+    const Kind k = kKinds[c];
+    if (k == kPlain) {
+      *w++ = static_cast<char>(c);
+      ++p;
+    } else if (k == kEscaped) {
+      w[0] = '\\';
+      w[1] = static_cast<char>(c);
+      w += 2;
+      ++p;
+    } else if (k == kBlank || k == kBreak) {
+      bool has_break;
+      const unsigned char* run_end = SpaceRun(p, end, &has_break);
+      if (run_end == end)
+        break;  // trailing: formfill would trim it anyway
+      if (has_break) {
+        *w++ = ' ';
+      } else {
+        memcpy(w, p, static_cast<size_t>(run_end - p));
+        w += run_end - p;
+      }
+      p = run_end;
+    } else if (k == kForbidden) {
+      return Fault(c == 0 ? ValueFault::kNul : ValueFault::kSeparator, p,
+                   begin);
+    } else {
+      const size_t n = k == kInvalid ? 0 : SequenceLength(p, end, k);
+      if (n == 0)
+        return Fault(ValueFault::kNotUtf8, p, begin);
+      memcpy(w, p, n);
+      w += n;
+      p += n;
+    }
+  }
+  out->Advance(w);
+  return ValueCheck();
+}
+
+ValueCheck CheckValue(const char* value, size_t size) {
+  const auto* const begin = reinterpret_cast<const unsigned char*>(value);
+  const auto* const end = begin + size;
+  for (const unsigned char* p = begin; p < end;) {
+    const Kind k = kKinds[*p];
+    if (k == kForbidden)
+      return Fault(*p == 0 ? ValueFault::kNul : ValueFault::kSeparator, p,
+                   begin);
+    if (k < kForbidden) {
+      ++p;
+      continue;
+    }
+    const size_t n = k == kInvalid ? 0 : SequenceLength(p, end, k);
+    if (n == 0)
+      return Fault(ValueFault::kNotUtf8, p, begin);
+    p += n;
+  }
+  return ValueCheck();
+}
+
+std::string Selector(char marker, long number) {
+  return marker + std::to_string(number) + ";";
+}
+
+}  // namespace formfill_table
