@@ -1,1 +1,219 @@
+// formfill-table run as a user runs it: CSV and TSV in, tables out, the
+// messages of bad input, split tables and SQLite queries.
+#include <filesystem>
+#include <string>
+#include <vector>
+
 #include <gtest/gtest.h>
+
+#include "tests/table/program.h"
+#include "tests/test_util.h"
+
+namespace {
+
+class FormfillTableTest : public testing::Test {
+ protected:
+  FormfillTableTest() : m_Work(m_Tmp.path() + "/work") {
+    std::filesystem::create_directory(m_Work);
+  }
+
+  RunResult Table(std::vector<std::string> args, const std::string& input = "") {
+    args.insert(args.begin(), FORMFILL_TABLE_BIN);
+    return RunProgram(m_Work, args, input);
+  }
+  void Write(const std::string& name, const std::string& bytes) {
+    m_Tmp.Write("work/" + name, bytes);
+  }
+  std::string Read(const std::string& name) { return ReadFile(m_Work + "/" + name); }
+  // Builds shop.db with the sqlite3 program from SQL text.
+  void MakeDatabase(const std::string& sql) {
+    const RunResult made = RunProgram(m_Work, {"/usr/bin/sqlite3", "shop.db"}, sql);
+    ASSERT_EQ(made.status, 0) << made.err;
+  }
+
+  TempDir m_Tmp;
+  const std::string m_Work;
+};
+
+TEST_F(FormfillTableTest, ConvertsCsv) {
+  static const struct {
+    std::vector<std::string> args;
+    const char* input;
+    const char* table;
+    const char* note;
+  } kCases[] = {
+      {{}, "a,b\r\n1,2\r\n", "$1;1\n$2;2\n@\n", "CRLF"},
+      {{}, "\xEF\xBB\xBF" "a,b\n1,2", "$1;1\n$2;2\n@\n",
+       "byte-order mark, no last line end"},
+      {{}, "a,b\n\n1,2\n\r\n3,4\n", "$1;1\n$2;2\n@\n$1;3\n$2;4\n@\n",
+       "blank lines skipped"},
+      {{}, "a,b\n  x ,\"y,\"\"z\"\"\r\nw\"\n",
+       "$1;  x\n$2;y,\"z\" w\n@\n", "blanks, quotes, commas, a line break"},
+      {{}, "a,b\n,\"\"\n", "$1;\n$2;\n@\n", "empty values"},
+      {{}, "a\n\"\"\n", "$1;\n@\n", "one column, empty value quoted"},
+      {{}, "a,b\n@x,>$1;\\\n", "$1;\\@x\n$2;\\>\\$1;\\\\\n@\n", "escapes"},
+      {{"--fields", "b,1,b"}, "a,b\n1,2\n", "$1;2\n$2;1\n$3;2\n@\n",
+       "--fields by name and number, repeated"},
+      {{"--fields", "2"}, "2,x\n1,2\n", "$1;1\n@\n", "a name wins over a number"},
+      {{"--set", "3=A & B", "--set", "1=x", "--set", "3=C\nD "}, "a\n1\n",
+       "&1;x\n&3;C D\n$1;1\n@\n", "--set, last wins, normalised"},
+      {{"--tsv"}, "a\tb\n x,y\t\"q\tr\"\n", "$1; x,y\n$2;q\tr\n@\n", "TSV"},
+      {{}, "a,b\n", "", "header row only"},
+  };
+  for (const auto& c : kCases) {
+    std::vector<std::string> args = c.args;
+    args.push_back("-");
+    const RunResult run = Table(args, c.input);
+    EXPECT_EQ(run.status, 0) << c.note << "\n" << run.err;
+    EXPECT_EQ(run.out, c.table) << c.note;
+  }
+}
+
+TEST_F(FormfillTableTest, NamesTheLineOfBadInput) {
+  static const struct {
+    std::vector<std::string> args;
+    std::string input;
+    const char* message;
+  } kCases[] = {
+      {{}, "a,b\n1,\"2\n3\n", "in.csv:2: a quoted field is not closed\n"},
+      {{}, "a,b\n1,2\n\n1,2,3\n",
+       "in.csv:4: a row of 3 fields, but the first row names 2 columns\n"},
+      {{}, "a,b\n1,x\"y\n",
+       "in.csv:2: a quote inside a field that does not begin with one\n"},
+      {{}, "a,b\r\n\"1\r\n\",\"x\" \n",
+       "in.csv:3: a quoted field goes on after its closing quote\n"},
+      {{}, "a,b\n1,\"x\n\ny\xC3(\"\n",
+       "in.csv:4: column 'b' holds bytes that are not UTF-8\n"},
+      {{"--fields", "a"}, "a,b\n1,\"x\ry\xFF\"\n",
+       "in.csv:3: column 'b' holds bytes that are not UTF-8\n"},
+      {{}, std::string("a\n\"x\0\"\n", 7),
+       "in.csv:2: column 'a' holds a character U+0000, which a table "
+       "cannot hold\n"},
+      {{}, "a\nx\x01y\n",
+       "in.csv:2: column 'a' holds a character U+0001, formfill's value "
+       "separator\n"},
+      {{}, "a,\xFF\n", "in.csv:1: the name of column 2 holds bytes that are "
+                       "not UTF-8\n"},
+      {{"--fields", "a,c"}, "a,b\n",
+       "in.csv:1: --fields: no column 'c' (the columns are 'a', 'b')\n"},
+      {{"--split-by", "0", "-o", "{}.tbl"}, "a\n",
+       "in.csv:1: --split-by: no column '0' (the columns are 'a')\n"},
+      {{}, "", "in.csv:1: no rows: the first row must name the columns\n"},
+  };
+  for (const auto& c : kCases) {
+    Write("in.csv", c.input);
+    std::vector<std::string> args = {"-o", "out.tbl"};
+    args.insert(args.end(), c.args.begin(), c.args.end());
+    args.push_back("in.csv");
+    const RunResult run = Table(args);
+    EXPECT_EQ(run.status, 1) << c.message;
+    EXPECT_EQ(run.err, std::string("formfill-table: ") + c.message);
+    EXPECT_EQ(ListDir(m_Work), "in.csv\n") << "nothing left behind";
+  }
+}
+
+TEST_F(FormfillTableTest, RefusesArgumentsThatMakeNoSense) {
+  const std::vector<std::string> kCases[] = {
+      {"--set", "x=1"},
+      {"--set", "1"},
+      {"--query", "SELECT 1"},
+      {"--sqlite", "shop.db"},
+      {"--sqlite", "shop.db", "--query", "SELECT 1", "in.csv"},
+      {"--split-by", "a", "-o", "out.tbl"},
+      {"--split-by", "a"},
+      {"a.csv", "b.csv"},
+      {"--no-such-option"},
+      {"-o"},
+  };
+  for (const auto& args : kCases) {
+    const RunResult run = Table(args);
+    EXPECT_EQ(run.status, 2) << args[0];
+    EXPECT_NE(run.err.find("usage: formfill-table"), std::string::npos);
+  }
+  const RunResult help = Table({"--help"});
+  EXPECT_EQ(help.status, 0);
+  EXPECT_NE(help.out.find("--split-by COLUMN"), std::string::npos);
+}
+
+TEST_F(FormfillTableTest, SplitsByColumnWithTheHeaderInEveryTable) {
+  // 40 customers interleaved, more than the files kept open at once.
+  std::string csv = "customer,item\n";
+  for (int round = 0; round < 3; ++round)
+    for (int c = 0; c < 40; ++c)
+      csv += "K " + std::to_string(c) + "," + std::to_string(round) + "\n";
+  Write("orders.csv", csv);
+  const RunResult run = Table({"--split-by", "customer", "--fields", "item",
+                               "--set", "1=Notes", "-o", "note-{}.tbl",
+                               "orders.csv"});
+  ASSERT_EQ(run.status, 0) << run.err;
+  std::string names;
+  for (int c = 0; c < 40; ++c)
+    names += "note-K_" + std::to_string(c) + ".tbl\n";
+  EXPECT_EQ(run.out, names) << "in order of first appearance";
+  for (int c : {0, 7, 39})
+    EXPECT_EQ(Read("note-K_" + std::to_string(c) + ".tbl"),
+              "&1;Notes\n$1;0\n@\n$1;1\n@\n$1;2\n@\n");
+}
+
+TEST_F(FormfillTableTest, SplitValuesGivingOneNameAreAnError) {
+  Write("orders.csv", "customer,item\nA B,1\nC,2\nA/B,3\n");
+  const RunResult run =
+      Table({"--split-by", "1", "-o", "n-{}.tbl", "orders.csv"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err, "formfill-table: the values 'A B' and 'A/B' both give "
+                     "the file name n-A_B.tbl\n");
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(ListDir(m_Work), "orders.csv\n");
+}
+
+TEST_F(FormfillTableTest, ReadsSqliteQueries) {
+  MakeDatabase(
+      "CREATE TABLE item(customer TEXT, pos INTEGER, text TEXT, kg REAL);"
+      "INSERT INTO item VALUES('K1', 1, '  a@b\n  >c ', 2.5),"
+      "  ('K2', 2, NULL, 10), ('K1', 3, '$1;', NULL);"
+      "CREATE TABLE cust(no TEXT, name TEXT);"
+      "INSERT INTO cust VALUES('K1', 'Nørre & Co');");
+  const std::string kQuery = "SELECT customer, pos, text, kg FROM item";
+  const RunResult one = Table(
+      {"--sqlite", "shop.db", "--header-query",
+       "SELECT NULL, name, no FROM cust", "--set", "3=set wins", "--query",
+       kQuery + " WHERE customer = 'K1' ORDER BY pos;"});
+  EXPECT_EQ(one.status, 0) << one.err;
+  EXPECT_EQ(one.out,
+            "&2;Nørre \\& Co\n&3;set wins\n"
+            "$1;K1\n$2;1\n$3;  a\\@b \\>c\n$4;2.5\n@\n"
+            "$1;K1\n$2;3\n$3;\\$1;\n$4;\n@\n");
+
+  const RunResult split = Table(
+      {"--sqlite", "shop.db", "--query", kQuery, "--split-by", "customer",
+       "-o", "{}.tbl"});
+  EXPECT_EQ(split.status, 0) << split.err;
+  EXPECT_EQ(split.out, "K1.tbl\nK2.tbl\n");
+  EXPECT_EQ(Read("K2.tbl"), "$1;K2\n$2;2\n$3;\n$4;10.0\n@\n");
+
+  static const struct {
+    std::vector<std::string> args;
+    const char* message;
+  } kErrors[] = {
+      {{"--query", "SELECT missing FROM item"},
+       "--query: no such column: missing"},
+      {{"--query", "SELECT 1; SELECT 2"}, "--query: more than one statement"},
+      {{"--query", "DELETE FROM item"},
+       "--query: the statement returns no columns"},
+      {{"--query", "SELECT 1", "--header-query", "SELEC 1"},
+       "--header-query: near \"SELEC\": syntax error"},
+  };
+  for (const auto& e : kErrors) {
+    std::vector<std::string> args = {"--sqlite", "shop.db", "-o", "x.tbl"};
+    args.insert(args.end(), e.args.begin(), e.args.end());
+    const RunResult run = Table(args);
+    EXPECT_EQ(run.status, 1) << e.message;
+    EXPECT_EQ(run.err, std::string("formfill-table: ") + e.message + "\n");
+  }
+  const RunResult missing = Table({"--sqlite", "none.db", "--query", "SELECT 1"});
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_EQ(missing.err, "formfill-table: none.db: unable to open database file\n");
+  EXPECT_EQ(ListDir(m_Work), "K1.tbl\nK2.tbl\nshop.db\n");
+}
+
+}  // namespace
