@@ -4,7 +4,7 @@ BUILD      ?= build
 ASAN_BUILD ?= build-asan
 JOBS       ?= 2
 
-.PHONY: all build deps test asan portable demo bench fuzz huge clean
+.PHONY: all build deps test asan portable demo bench bench-table fuzz huge clean
 
 all: build
 
@@ -60,6 +60,7 @@ fuzz:
 	  -DFORMFILL_FUZZ=ON -DFORMFILL_TESTS=OFF
 	cmake --build $(FUZZ_BUILD) -j$(JOBS)
 	fuzz/run-fuzz $(FUZZ_BUILD) $(FUZZ_SECONDS)
+	fuzz/run-csv-fuzz $(FUZZ_BUILD) $(FUZZ_SECONDS)
 
 # Times a release build on generated payroll registers (10k, 100k and 1M
 # records, a few minutes), then the shared kit at 100k for the ratio to Perl.
@@ -69,6 +70,13 @@ bench:
 	cmake --build build-release -j$(JOBS) --target formfill
 	bench/run-bench build-release/formfill
 	if [ -e ../shared/bench/run ]; then ../shared/bench/run build-release/formfill 100000; fi
+
+# formfill-table on generated invoice CSVs of 10, 100 and 300 MB (about 1.2
+# GB of scratch space, a few minutes): MB/s and peak memory beside cat's.
+bench-table:
+	cmake -S . -B build-release -DCMAKE_BUILD_TYPE=Release -DFORMFILL_TESTS=OFF
+	cmake --build build-release -j$(JOBS) --target formfill-table
+	bench/run-table-bench build-release/formfill-table
 
 # Huge inputs: a 1 GiB table in the memory of a 10 MB one, a field value of
 # 100 MB, lines at the limits of the working buffer (also under the
