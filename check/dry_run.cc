@@ -180,6 +180,7 @@ class Analyzer : public RunObserver {
   int m_Section = 0;
   int m_Index = -1;
   double m_Budget = 0;
+  int64_t m_Total = 0;
 
   // Per template line: the records that began on it, the first of them,
   // and the lines those records print after it before they turn back.
@@ -240,21 +241,27 @@ void Analyzer::Add(const Place& place, RunFinding finding) {
 }
 
 void Analyzer::NewBudget() {
-  // Work a run may do before it is taken for one that never ends: every
-  // character still to print may take every line of every section, each
-  // repeated as often as the template repeats anything, and more.
-  const double left = static_cast<double>(Tbl::TabRcdField.AllOst()) +
-                      static_cast<double>(Tbl::TabHdrField.AllOst()) + 1;
-  m_Budget = left * (m_Sections.Entries() + 1) * (m_Sections.MaxRepeat() + 1) *
-                 4 +
-             100000;
+  // Work a run may do without using up any text before it is taken for one
+  // that never ends: every line of every section, each repeated as often as
+  // the template repeats anything, several times over (the guard against
+  // backward jumps lets a loop round twice without progress). Whenever the
+  // budget runs out but text was used up meanwhile, it starts again.
+  m_Budget = static_cast<double>(m_Sections.Entries() + 1) *
+                 static_cast<double>(m_Sections.MaxRepeat() + 1) * 8 +
+             10000;
+  m_Total = Tbl::TabRcdField.AllOst() + Tbl::TabHdrField.AllOst();
 }
 
 void Analyzer::Spend(int section, int index) {
   m_Budget -= 1;
-  if (m_Budget < 0) {
+  if (m_Budget >= 0) {
+    return;
+  }
+  const int64_t total = Tbl::TabRcdField.AllOst() + Tbl::TabHdrField.AllOst();
+  if (total >= m_Total) {
     throw EndlessLoop{section, index};
   }
+  NewBudget();
 }
 
 void Analyzer::SectionLoaded(int section) {
@@ -577,6 +584,36 @@ void PrepareRun(const RunSettings& settings) {
   Tbl::FirstOst = 0;
 }
 
+// Where the template's header texts, applied as the sections load, copy
+// more than a run allows: the run would end there with a length error, and
+// only after copying for a long while. {0, -1} when they never do.
+std::pair<int, int> CopiesPastLimit(const RunSettings& settings,
+                                    const Sections& sections) {
+  PrepareRun(settings);
+  {
+    // The header values the copies start from, read as the run reads them.
+    Tbl table;
+    if (table.GetHider()) {
+      table.GetBegin();
+    }
+  }
+  HeaderCopyCount count(Tbl::TabHdrField);
+  for (int section = 1; section <= 3; ++section) {
+    for (int index = 0; index < sections.Count(section); ++index) {
+      const std::wstring& raw = sections.Text(section, index);
+      if (raw[0] == L'>') {
+        continue;
+      }
+      for (const HeaderText& text : ScanTextLine(raw.c_str()).headers) {
+        if (!count.Apply(text)) {
+          return {section, index};
+        }
+      }
+    }
+  }
+  return {0, -1};
+}
+
 }  // namespace
 
 std::vector<RunFinding> DryRun(const RunSettings& settings,
@@ -588,6 +625,15 @@ std::vector<RunFinding> DryRun(const RunSettings& settings,
     return {};
   }
   const Sections sections(settings.path, settings.blank);
+  const std::pair<int, int> copies = CopiesPastLimit(settings, sections);
+  if (copies.second >= 0) {
+    return {{"abort", RunSeverity::kError, sections.Name(copies.first),
+             sections.LineOf(copies.first, copies.second), 1,
+             "the header texts copy themselves (\"@N\" into field N, line "
+             "after line) past what formfill allows: it ends with a length "
+             "error when it loads this section, and the document stops "
+             "there"}};
+  }
   TableLines table;
   Analyzer analyzer(settings, sections, table, trace);
   PrepareRun(settings);

@@ -22,6 +22,10 @@ class Sections {
                ? static_cast<int>(m_Sections[section - 1].entries.size())
                : 0;
   }
+  // The text of entry index of section n, as the load reads it.
+  const std::wstring& Text(int section, int index) const {
+    return m_Sections[section - 1].entries[static_cast<size_t>(index)].text;
+  }
   // All entries of all sections, and the largest repeat count.
   long Entries() const { return m_Entries; }
   long MaxRepeat() const { return m_MaxRepeat; }

@@ -303,3 +303,44 @@ void ApplyHeaderText(const HeaderText& text, FieldTab& header) {
 void ResetCopiedText() {
   g_CopiedText = 0;
 }
+
+HeaderCopyCount::HeaderCopyCount(const FieldTab& header) {
+  for (const auto& entry : header) {
+    const std::wstring& value = entry.second->m_Value;
+    const size_t separator = value.find(kValueSeparator);
+    m_Fields[entry.first] = {
+        separator == std::wstring::npos ? value.size() : separator,
+        separator != std::wstring::npos};
+  }
+}
+
+bool HeaderCopyCount::Apply(const HeaderText& text) {
+  Length& field = m_Fields[text.field];
+  for (const HeaderPiece& piece : text.pieces) {
+    size_t added = 0;
+    switch (piece.kind) {
+      case HeaderPiece::kText:
+        added = piece.text.size();
+        break;
+      case HeaderPiece::kDate:
+        added = 10;
+        break;
+      case HeaderPiece::kDateTime:
+        added = 16;
+        break;
+      case HeaderPiece::kCopy: {
+        const auto other = m_Fields.find(piece.field);
+        added = other != m_Fields.end() ? other->second.first : 0;
+        m_Copied += added;
+        if (m_Copied > kMaxCopiedText) {
+          return false;
+        }
+        break;
+      }
+    }
+    if (!field.separated) {
+      field.first += added;
+    }
+  }
+  return true;
+}

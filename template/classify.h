@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -111,5 +112,26 @@ void ApplyHeaderText(const HeaderText& text, FieldTab& header);
 
 // Starts the budget of text that "@N" may copy afresh (once per template).
 void ResetCopiedText();
+
+// ApplyHeaderText by lengths alone: whether a template's header texts,
+// applied in turn, copy more with "@N" than a run allows (the run then
+// ends with a length error while loading). Templates that copy a header
+// text into itself line after line multiply it; the copying itself would
+// take long before the run gives up.
+class HeaderCopyCount {
+ public:
+  // Starts from the header values as they stand in header.
+  explicit HeaderCopyCount(const FieldTab& header);
+  // Applies text; false once the copies exceed what a run allows.
+  bool Apply(const HeaderText& text);
+
+ private:
+  struct Length {
+    size_t first = 0;        // of the first value, up to a separator
+    bool separated = false;  // a separator follows the first value
+  };
+  std::map<long, Length> m_Fields;
+  size_t m_Copied = 0;
+};
 
 #endif  // FORMFILL_TEMPLATE_CLASSIFY_H_

@@ -75,6 +75,10 @@ TEST(DryRunTest, FindsWhatTheDataMakesGoWrong) {
        0, {}},
       {"a closing loop that never ends", ">1\nt\n>jump to 1 $\n", "", "", 0,
        {"endless-loop@form.1:3"}},
+      {"a header text that copies itself, doubling at every copy",
+       "&1 @1@1@1@1@1@1@1@1\n&1 @1@1@1@1@1@1@1@1\n&1 @1@1@1@1@1@1@1@1\n"
+       "&1 @1@1@1@1@1@1@1@1\n&1 @1@1@1@1@1@1@1@1\n",
+       "", "&1;abc\n", 0, {"abort@form.1:4"}},
       {"a repeat past the section's end", ">repeat 3:2\n$1\n", "",
        "$1;a\n@\n", 0, {"message-7@form.1:1"}},
       {"a sheet too long", "Head\n>1\n$1\n>jump to 1\n", "",
