@@ -36,8 +36,7 @@ bool IsKept(unsigned char c) {
 
 }  // namespace
 
-TableFile::TableFile(size_t buffer_size)
-    : m_Buffer(new char[buffer_size]), m_Capacity(buffer_size) {}
+TableFile::TableFile(size_t buffer_size) : m_Capacity(buffer_size) {}
 
 TableFile::~TableFile() {
   if (m_Fd > STDERR_FILENO)
@@ -53,6 +52,7 @@ bool TableFile::Fail(const std::string& what, std::string* err) const {
 }
 
 bool TableFile::Create(const std::string& path, std::string* err) {
+  m_Buffer.reset(new char[m_Capacity]);
   if (path.empty() || path == "-") {
     m_Fd = STDOUT_FILENO;
     return true;
@@ -108,10 +108,14 @@ bool TableFile::Park(std::string* err) {
     return Fail("cannot write", err);
   }
   m_Fd = -1;
+  // A parked file keeps no buffer: thousands of split tables cost only
+  // their names.
+  m_Buffer.reset();
   return true;
 }
 
 bool TableFile::Resume(std::string* err) {
+  m_Buffer.reset(new char[m_Capacity]);
   m_Fd = open(m_Temp.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
   return m_Fd >= 0 || Fail("cannot reopen", err);
 }
