@@ -7,6 +7,7 @@
 #include <iterator>
 #include <map>
 #include <streambuf>
+#include <string_view>
 #include <tuple>
 
 #include "check/run_trace.h"
@@ -91,9 +92,9 @@ std::string Excerpt(const std::wstring& text, size_t limit = 40) {
 // True when text reads as an amount or a number: digits with at most a
 // sign, separators and a currency sign or two. Cutting such a value
 // changes what it says; cutting words is what a truncating stretch is for.
-bool LooksNumeric(const std::wstring& text) {
+bool LooksNumeric(const wchar_t* text, size_t n) {
   size_t digits = 0;
-  for (wchar_t c : text) {
+  for (const wchar_t c : std::wstring_view(text, n)) {
     if (c >= L'0' && c <= L'9') {
       ++digits;
     } else if (!wcschr(L" .,'-+%$\u20AC\u00A3", c)) {
@@ -148,6 +149,8 @@ class Analyzer : public RunObserver {
 
   // After the run (or after it was stopped): what is left, summed up.
   std::vector<RunFinding> Finish(const EndlessLoop* loop);
+  // How the run goes round at the place where it was stopped.
+  std::string Round(const EndlessLoop& loop) const;
   // The run ended with an exception that formfill lets end the process.
   RunFinding Aborted(const std::string& what) const;
 
@@ -155,7 +158,10 @@ class Analyzer : public RunObserver {
   std::string Narrow(const std::wstring& name) const;
   std::string TableAt(long record) const;
   void Add(const Place& place, RunFinding finding);
+  // True, and one more counted, when a finding at place is known already.
+  bool Counted(const Place& place);
   void NewBudget();
+  double Window() const;
   void Spend(int section, int index);
   void LostText(long record, const char* how);
   void SheetLine();
@@ -180,7 +186,8 @@ class Analyzer : public RunObserver {
   int m_Section = 0;
   int m_Index = -1;
   double m_Budget = 0;
-  int64_t m_Total = 0;
+  int64_t m_RecordLeast = 0;
+  int64_t m_HeaderLeast = 0;
 
   // Per template line: the records that began on it, the first of them,
   // and the lines those records print after it before they turn back.
@@ -231,6 +238,15 @@ std::string Analyzer::TableAt(long record) const {
          std::to_string(m_RecordLine) + ")";
 }
 
+bool Analyzer::Counted(const Place& place) {
+  const auto it = m_Summed.find(place);
+  if (it == m_Summed.end()) {
+    return false;
+  }
+  ++it->second.count;
+  return true;
+}
+
 void Analyzer::Add(const Place& place, RunFinding finding) {
   auto [it, fresh] = m_Summed.try_emplace(place);
   if (fresh) {
@@ -241,15 +257,19 @@ void Analyzer::Add(const Place& place, RunFinding finding) {
 }
 
 void Analyzer::NewBudget() {
+  m_RecordLeast = Tbl::TabRcdField.AllOst();
+  m_HeaderLeast = Tbl::TabHdrField.AllOst();
+  m_Budget = Window();
+}
+
+double Analyzer::Window() const {
   // Work a run may do without using up any text before it is taken for one
   // that never ends: every line of every section, each repeated as often as
   // the template repeats anything, several times over (the guard against
-  // backward jumps lets a loop round twice without progress). Whenever the
-  // budget runs out but text was used up meanwhile, it starts again.
-  m_Budget = static_cast<double>(m_Sections.Entries() + 1) *
-                 static_cast<double>(m_Sections.MaxRepeat() + 1) * 8 +
-             10000;
-  m_Total = Tbl::TabRcdField.AllOst() + Tbl::TabHdrField.AllOst();
+  // backward jumps lets a loop round twice without progress).
+  return static_cast<double>(m_Sections.Entries() + 1) *
+             static_cast<double>(m_Sections.MaxRepeat() + 1) * 8 +
+         10000;
 }
 
 void Analyzer::Spend(int section, int index) {
@@ -257,11 +277,21 @@ void Analyzer::Spend(int section, int index) {
   if (m_Budget >= 0) {
     return;
   }
-  const int64_t total = Tbl::TabRcdField.AllOst() + Tbl::TabHdrField.AllOst();
-  if (total >= m_Total) {
-    throw EndlessLoop{section, index};
+  // Progress is text used up for good: less of the record left than ever
+  // before, or as little of it and less of the header. A record's cursor
+  // can step back (a wrap over a value with a null in it gives back more
+  // than it took) and header values are rewound on every sheet, so a run
+  // that only goes to and fro never beats its best.
+  const int64_t record = Tbl::TabRcdField.AllOst();
+  const int64_t header = Tbl::TabHdrField.AllOst();
+  if (record < m_RecordLeast ||
+      (record == m_RecordLeast && header < m_HeaderLeast)) {
+    m_RecordLeast = record;
+    m_HeaderLeast = header;
+    m_Budget = Window();
+    return;
   }
-  NewBudget();
+  throw EndlessLoop{section, index};
 }
 
 void Analyzer::SectionLoaded(int section) {
@@ -276,9 +306,11 @@ void Analyzer::SectionLoaded(int section) {
     m_SheetLines = 0;
     m_RecordSheetLine = 0;
   }
-  // A continuation sheet uses up at least one character of the record, or
-  // formfill stops it: a budget for each sheet still bounds the whole run.
-  NewBudget();
+  // Continuation sheets of one record share its budget: a record whose
+  // sheets go to and fro must not start afresh on each.
+  if (section != 2) {
+    NewBudget();
+  }
 }
 
 void Analyzer::RecordRead(long number) {
@@ -363,8 +395,14 @@ void Analyzer::LinePrinted(int section, int index) {
   if (p.cut == 0) {
     return;
   }
-  const bool numeric = LooksNumeric(p.value);
-  RunFinding f{numeric ? "cut-number" : "cut-text",
+  const bool numeric = LooksNumeric(p.value, p.value_length);
+  const Place place{numeric ? "cut-number" : "cut-text", m_Section, m_Index,
+                    p.start};
+  // The same stretch cuts record after record: counted, described once.
+  if (Counted(place)) {
+    return;
+  }
+  RunFinding f{std::get<0>(place),
                numeric ? RunSeverity::kWarning : RunSeverity::kNote,
                m_Sections.Name(m_Section),
                m_Sections.LineOf(m_Section, m_Index),
@@ -373,10 +411,10 @@ void Analyzer::LinePrinted(int section, int index) {
                    " is cut to the " + std::to_string(p.end - p.start + 1) +
                    " characters of its truncating stretch: " +
                    (m_Record != 0 ? TableAt(m_Record) : std::string("the header")) +
-                   " holds " + Excerpt(p.value, 60)};
-  Add({f.name, m_Section, m_Index, p.start}, std::move(f));
+                   " holds " +
+                   Excerpt(std::wstring(p.value, p.value_length), 60)};
+  Add(place, std::move(f));
 }
-
 void Analyzer::LostText(long record, const char* how) {
   for (const auto& entry : Tbl::TabRcdField) {
     const Field* field = entry.second;
@@ -530,8 +568,7 @@ std::vector<RunFinding> Analyzer::Finish(const EndlessLoop* loop) {
     out.push_back({"endless-loop", RunSeverity::kError,
                    m_Sections.Name(loop->section),
                    m_Sections.LastJumpLine(loop->section, loop->index), 1,
-                   "formfill never ends here: the lines go round " +
-                       m_Sections.LastJumpText(loop->section, loop->index) +
+                   "formfill never ends here: " + Round(*loop) +
                        (m_Record != 0 ? " with " + TableAt(m_Record)
                                       : std::string(" after the last record")) +
                        " without using up any text (the check stopped it)"});
@@ -558,6 +595,17 @@ std::vector<RunFinding> Analyzer::Finish(const EndlessLoop* loop) {
   RecordStarts(out);
   m_Trace.Finish();
   return out;
+}
+
+std::string Analyzer::Round(const EndlessLoop& loop) const {
+  const std::string jump = m_Sections.LastJumpText(loop.section, loop.index);
+  if (!jump.empty()) {
+    return "the lines go round " + jump;
+  }
+  if (loop.section == 2) {
+    return "continuation sheet after continuation sheet goes to and fro";
+  }
+  return "the lines go round";
 }
 
 RunFinding Analyzer::Aborted(const std::string& what) const {

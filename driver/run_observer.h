@@ -7,7 +7,6 @@
 #define FORMFILL_DRIVER_RUN_OBSERVER_H_
 
 #include <cstddef>
-#include <string>
 
 #include "textio/output_file.h"
 
@@ -21,8 +20,10 @@ struct Placement {
   size_t placed;      // characters written into the stretch
   size_t cut;         // characters dropped by a truncating stretch
   size_t left;        // characters the field still holds for later
-  // With truncating: the value as it stood before, up to a separator.
-  std::wstring value;
+  // With truncating: the value as it stood before, up to a separator
+  // (value_length characters, valid during the call only).
+  const wchar_t* value;
+  size_t value_length;
 };
 
 // Every event names a section (1, 2 or 3) and an entry of it: the index of

@@ -6,7 +6,6 @@
 #include <cstring>
 #include <cwchar>
 #include <string>
-#include <utility>
 
 #include "driver/run_observer.h"
 #include "driver/tbl.h"
@@ -175,7 +174,10 @@ void Line::PutPolObserved(wchar_t* line, typAlign align, int start, int end,
                           FieldTab* tab, bool truncate) {
   const Field* const field = tab->m_Current;
   const size_t before = field != nullptr ? field->LenToEnd() : 0;
-  std::wstring value;
+  // The value a truncating stretch is about to cut, kept for the observer;
+  // one buffer for the whole run.
+  static std::wstring value;
+  value.clear();
   if (field != nullptr && truncate) {
     size_t unread = 0;
     const wchar_t* from = field->Unread(unread);
@@ -184,20 +186,19 @@ void Line::PutPolObserved(wchar_t* line, typAlign align, int start, int end,
   Place(line, align, start, end, tab, truncate);
   const size_t after = field != nullptr ? field->LenToEnd() : 0;
   const size_t used = before - after;
-  Placement placement{tab == &Tbl::TabRcdField,
-                      field != nullptr ? field->m_Number : 0,
-                      start,
-                      end,
-                      truncate,
-                      0,
-                      0,
-                      after,
-                      std::move(value)};
   // A value cut by a truncating stretch leaves nothing; what it had
   // beyond the stretch's width is what was dropped.
   const size_t width = end >= start ? static_cast<size_t>(end - start + 1) : 0;
-  placement.placed = used < width ? used : width;
-  placement.cut = truncate && used > width ? used - width : 0;
+  const Placement placement{tab == &Tbl::TabRcdField,
+                            field != nullptr ? field->m_Number : 0,
+                            start,
+                            end,
+                            truncate,
+                            used < width ? used : width,
+                            truncate && used > width ? used - width : 0,
+                            after,
+                            value.data(),
+                            value.size()};
   g_RunObserver->Placed(placement);
 }
 

@@ -11,6 +11,8 @@
 #include <locale>
 #include <sstream>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "check/dry_run.h"
 #include "driver/tbl.h"
@@ -27,6 +29,7 @@ namespace {
 // The messages of the exceptions formfill lets end a run.
 bool ExpectedAbort(const std::string& message) {
   for (const char* known : {"header text copied by the template too long",
+                            "the header texts copy themselves",
                             "template line too long after substitution",
                             "wstring_convert::to_bytes"}) {
     if (message.find(known) != std::string::npos)
@@ -35,10 +38,28 @@ bool ExpectedAbort(const std::string& message) {
   return false;
 }
 
+// How many "@" and a digit the sections hold. Header texts that copy
+// header texts compound at every copy, and an input with many of them
+// spends its time copying megabytes (as formfill would): such inputs teach
+// the fuzzer nothing and are left out.
+size_t Copies(const std::vector<std::pair<const uint8_t*, size_t>>& parts) {
+  size_t copies = 0;
+  for (size_t k = 0; k < parts.size() && k < 3; ++k) {
+    for (size_t i = 0; i + 1 < parts[k].second; ++i) {
+      copies += parts[k].first[i] == '@' && parts[k].first[i + 1] >= '0' &&
+                parts[k].first[i + 1] <= '9';
+    }
+  }
+  return copies;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const auto parts = SplitInput(data, size, 5);
+  if (Copies(parts) > 6) {
+    return -1;  // not added to the corpus
+  }
   ResetFuzzState();
   const char* const names[] = {"form.1", "form.2", "form.3", "table.txt",
                                "params.txt"};
