@@ -269,7 +269,7 @@ double Analyzer::Window() const {
   // backward jumps lets a loop round twice without progress).
   return static_cast<double>(m_Sections.Entries() + 1) *
              static_cast<double>(m_Sections.MaxRepeat() + 1) * 8 +
-         10000;
+         100;
 }
 
 void Analyzer::Spend(int section, int index) {
