@@ -58,6 +58,9 @@ class Blank {
   // Classifies one line of the section being loaded into entry, with its
   // side effects on the field tables; false after reporting a load error.
   bool LoadLine(Line& entry, const wchar_t* raw);
+  // The entry handed out last, or, when it ends a repeated block with
+  // repetitions left, the entry before the block's first line.
+  int FinishRepetition();
   // Arrives at the repeat command at i: marks its block's last line with
   // the repetitions to come; returns the index of the block's first line.
   int StartRepeat(int i);

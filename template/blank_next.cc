@@ -35,24 +35,28 @@ bool ConditionHolds(const Line& jump) {
 
 }  // namespace
 
-Line* Blank::Next(int mode) {
-  int c = m_Current;
-  if (c >= 0 && c < m_Count) {
-    Line& last = m_Lines[c];
-    if (last.kind == Line::Text && last.repeats > 0) {
-      // A pending page mark ends the block here, so that the page can
-      // break; the mark is used up by it.
-      if (Tbl::totBreak < 1) {
-        --last.repeats;
-        c = static_cast<int>(last.link - 1);
-      } else {
-        --Tbl::totBreak;
-        last.repeats = 0;
-      }
-    }
+int Blank::FinishRepetition() {
+  const int c = m_Current;
+  if (c < 0 || c >= m_Count) {
+    return c;
   }
+  Line& last = m_Lines[c];
+  if (last.kind != Line::Text || last.repeats <= 0) {
+    return c;
+  }
+  // A pending page mark ends the block here, so that the page can break;
+  // the mark is used up by it.
+  if (Tbl::totBreak < 1) {
+    --last.repeats;
+    return static_cast<int>(last.link - 1);
+  }
+  --Tbl::totBreak;
+  last.repeats = 0;
+  return c;
+}
 
-  const int start = c + 1;
+Line* Blank::Next(int mode) {
+  const int start = FinishRepetition() + 1;
   m_Current = start;
   if (start >= m_Count) {
     return nullptr;
