@@ -23,6 +23,7 @@ std::string Safe(std::string text) {
 
 void RunTrace::SetRecord(long number, const std::string& table,
                          long table_line) {
+  m_GutterDue = true;
   m_Record = number == 0 ? "-"
                          : "r" + std::to_string(number) + " " + Safe(table) +
                                ":" + std::to_string(table_line);
@@ -32,20 +33,28 @@ void RunTrace::SetMessage(int n) {
   m_Message = n;
 }
 
-std::string RunTrace::Gutter() const {
+const std::string& RunTrace::Gutter() {
+  if (!m_GutterDue && m_GutterFile == m_File && m_GutterLine == m_LineNumber &&
+      m_GutterMessage == m_Message && m_GutterLineDue == m_LineDue) {
+    return m_Gutter;
+  }
+  m_GutterDue = false;
+  m_GutterFile = m_File;
+  m_GutterLine = m_LineNumber;
+  m_GutterMessage = m_Message;
+  m_GutterLineDue = m_LineDue;
   // The write right after a template line is announced is that line; any
   // other write is a message of formfill's.
-  std::string gutter =
-      m_LineDue && m_File != nullptr
-          ? Safe(*m_File) + ":" + std::to_string(m_LineNumber)
-          : "message" + (m_Message >= 0 ? " " + std::to_string(m_Message)
-                                        : std::string());
-  gutter += " " + m_Record;
-  if (gutter.size() < kGutterWidth)
-    gutter.resize(kGutterWidth, ' ');
-  return gutter;
+  m_Gutter = m_LineDue && m_File != nullptr
+                 ? Safe(*m_File) + ":" + std::to_string(m_LineNumber)
+                 : "message" + (m_Message >= 0 ? " " + std::to_string(m_Message)
+                                               : std::string());
+  m_Gutter += " " + m_Record;
+  if (m_Gutter.size() < kGutterWidth)
+    m_Gutter.resize(kGutterWidth, ' ');
+  m_Gutter += " | ";
+  return m_Gutter;
 }
-
 long RunTrace::Count(const wchar_t* text, size_t n) {
   long lines = 0;
   for (const wchar_t* end = text + n;
@@ -63,15 +72,19 @@ long RunTrace::Write(const wchar_t* text, size_t n) {
     return Count(text, n);
   }
   long lines = 0;
-  for (size_t k = 0; k < n; ++k) {
-    if (m_Text.empty() && m_TextGutter.empty()) {
+  for (size_t k = 0; k < n;) {
+    if (!m_Open) {
       m_TextGutter = Gutter();
+      m_Open = true;
     }
-    if (text[k] == L'\n') {
+    const wchar_t* end = std::wmemchr(text + k, L'\n', n - k);
+    const size_t stop = end != nullptr ? static_cast<size_t>(end - text) : n;
+    m_Text.append(text + k, stop - k);
+    k = stop;
+    if (end != nullptr) {
       EndLine(true);
       ++lines;
-    } else {
-      m_Text.push_back(text[k]);
+      ++k;
     }
   }
   m_LineDue = false;
@@ -79,22 +92,21 @@ long RunTrace::Write(const wchar_t* text, size_t n) {
 }
 
 void RunTrace::EndLine(bool line_feed) {
-  if (m_Out != nullptr) {
-    *m_Out << m_TextGutter << " | ";
-    try {
-      *m_Out << ToUtf8(m_Text);
-    } catch (const std::range_error&) {
-      // formfill stops at such a character before writing it.
-    }
-    if (line_feed)
-      *m_Out << '\n';
+  m_Bytes = m_TextGutter;
+  try {
+    AppendUtf8(m_Text.data(), m_Text.size(), m_Bytes);
+  } catch (const std::range_error&) {
+    // formfill stops at such a character before writing it.
   }
+  if (line_feed)
+    m_Bytes.push_back('\n');
+  m_Out->write(m_Bytes.data(), static_cast<std::streamsize>(m_Bytes.size()));
   m_Text.clear();
-  m_TextGutter.clear();
+  m_Open = false;
 }
 
 void RunTrace::Finish() {
-  if (!m_Text.empty() || !m_TextGutter.empty()) {
+  if (m_Open) {
     EndLine(false);
   }
   if (m_Out != nullptr)

@@ -32,7 +32,9 @@ class RunTrace {
   void Finish();
 
  private:
-  std::string Gutter() const;
+  // The gutter for the line about to begin, made again only when what it
+  // names has changed since the last line.
+  const std::string& Gutter();
   void EndLine(bool line_feed);
 
   std::ostream* m_Out;
@@ -44,6 +46,15 @@ class RunTrace {
   // The document line being written, and the gutter it began under.
   std::wstring m_Text;
   std::string m_TextGutter;
+  bool m_Open = false;
+  // The last gutter made, and what it was made of.
+  std::string m_Gutter;
+  bool m_GutterDue = true;
+  const std::string* m_GutterFile = nullptr;
+  long m_GutterLine = -1;
+  int m_GutterMessage = -2;
+  bool m_GutterLineDue = false;
+  std::string m_Bytes;
 };
 
 #endif  // FORMFILL_CHECK_RUN_TRACE_H_

@@ -17,6 +17,7 @@
 
 #include "check/dry_run.h"
 #include "driver/tbl.h"
+#include "template/classify.h"
 #include "fuzz/fuzz_util.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -26,6 +27,10 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 namespace {
+
+std::wstring Widen(const std::string& bytes) {
+  return std::wstring(bytes.begin(), bytes.end());
+}
 
 // The messages of the exceptions formfill lets end a run.
 bool ExpectedAbort(const std::string& message) {
@@ -54,6 +59,24 @@ size_t Copies(const std::vector<std::pair<const uint8_t*, size_t>>& parts) {
   return copies;
 }
 
+// Whether a section repeats a block into more lines than a few thousand.
+// Such inputs print the same lines over and over and teach the fuzzer no
+// more than a small count does; they are left out too.
+bool RepeatsMuch(const std::vector<std::pair<const uint8_t*, size_t>>& parts) {
+  for (size_t k = 0; k < parts.size() && k < 3; ++k) {
+    const std::string text(reinterpret_cast<const char*>(parts[k].first),
+                           parts[k].second);
+    for (size_t at = text.find(">repeat"); at != std::string::npos;
+         at = text.find(">repeat", at + 1)) {
+      const std::wstring line = Widen(text.substr(at, 40)) + L"\n";
+      const Command repeat = ReadRepeat(line.c_str());
+      if (static_cast<long>(repeat.blockLines) * repeat.repeats > 2000)
+        return true;
+    }
+  }
+  return false;
+}
+
 // Takes the trace and checks, line by line as it comes, that every line
 // has its gutter; keeps nothing.
 class GutterCheck : public std::streambuf {
@@ -61,6 +84,13 @@ class GutterCheck : public std::streambuf {
   bool ok() const { return m_Ok && (!m_Open || m_Seen == 3); }
 
  protected:
+  std::streamsize xsputn(const char* s, std::streamsize n) override {
+    for (std::streamsize k = 0; k < n; ++k) {
+      overflow(static_cast<unsigned char>(s[k]));
+    }
+    return n;
+  }
+
   int_type overflow(int_type c) override {
     if (c == '\n') {
       m_Ok = m_Ok && m_Seen == 3;
@@ -85,7 +115,7 @@ class GutterCheck : public std::streambuf {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const auto parts = SplitInput(data, size, 5);
-  if (Copies(parts) > 6) {
+  if (Copies(parts) > 6 || RepeatsMuch(parts)) {
     return -1;  // not added to the corpus
   }
   ResetFuzzState();
