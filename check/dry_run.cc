@@ -151,6 +151,17 @@ class Analyzer : public RunObserver {
   std::vector<RunFinding> Finish(const EndlessLoop* loop);
   // How the run goes round at the place where it was stopped.
   std::string Round(const EndlessLoop& loop) const;
+  // The run stopped with status 1 after it had begun: a continuation
+  // section that cannot be loaded.
+  RunFinding Stopped() const {
+    return {"no-continuation", RunSeverity::kError,
+            m_Record != 0 ? m_TableName : m_Sections.Name(2),
+            m_Record != 0 ? m_RecordLine : 1, 1,
+            (m_Record != 0 ? TableAt(m_Record) + " needs" : std::string("the run needs")) +
+                " a continuation sheet, and " + m_Sections.Name(2) +
+                " cannot be loaded: formfill stops there with message 11 \"" +
+                Narrow(Tbl::Err(Tbl::errTemplateLoad)) + "\""};
+  }
   // The run ended with an exception that formfill lets end the process.
   RunFinding Aborted(const std::string& what) const;
 
@@ -426,8 +437,8 @@ void Analyzer::LostText(long record, const char* how) {
     if (std::all_of(rest, rest + n,
                     [](wchar_t c) { return c == L' ' || c == kValueSeparator; }))
       continue;
-    RunFinding f{"lost-text", RunSeverity::kError, m_TableName, m_RecordLine,
-                 1,
+    RunFinding f{"lost-text", RunSeverity::kError, m_TableName,
+                 record != 0 ? m_RecordLine : m_Table.record_line(), 1,
                  (record != 0 ? "record " + std::to_string(record)
                               : std::string("the text after the last \"@\"")) +
                      ": " + std::to_string(n) +
@@ -692,9 +703,10 @@ std::vector<RunFinding> DryRun(const RunSettings& settings,
   EndlessLoop loop{0, 0};
   bool endless = false;
   std::string abort_reason;
+  int status = 0;
   try {
     Tbl tbl;
-    static_cast<void>(tbl.Execute());
+    status = tbl.Execute();
   } catch (const EndlessLoop& caught) {
     loop = caught;
     endless = true;
@@ -710,6 +722,9 @@ std::vector<RunFinding> DryRun(const RunSettings& settings,
       analyzer.Finish(endless ? &loop : nullptr);
   if (!abort_reason.empty()) {
     findings.push_back(analyzer.Aborted(abort_reason));
+  }
+  if (status != 0) {
+    findings.push_back(analyzer.Stopped());
   }
   return findings;
 }
