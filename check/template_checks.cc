@@ -222,8 +222,7 @@ void CommandLine(CheckState& s, const std::string& file, long line,
   if (message < 0)
     return;
   static const char* const kWhy[] = {
-      "the jump's table character must be $ or & and its condition ^ or "
-      "nothing",
+      "the jump's table character must be $ or & and its condition ^ or nothing",
       "a repeated block has 1 to 100 lines",
       "a block is repeated 1 to 1000 times",
       "the label is defined twice in this section",
