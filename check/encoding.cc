@@ -1,5 +1,8 @@
 // The bytes of a template section or a table that are not UTF-8, read a
 // block at a time so that a table of any size takes little memory.
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
 #include <fstream>
 
 #include "check/static_checks.h"
@@ -34,62 +37,105 @@ bool FormfillStops(unsigned c) {
   return (c >= 0x80 && c <= 0xBF) || c >= 0xF8;
 }
 
+// Counts the line feeds of the file's bytes [counted, to), which p holds
+// from offset on, into line, and notes where the last line begins.
+void CountLines(const unsigned char* p, long long offset, long long& counted,
+                long long to, long& line, long long& line_start) {
+  if (to <= counted)
+    return;
+  const unsigned char* from = p + (counted - offset);
+  const unsigned char* end = p + (to - offset);
+  line += static_cast<long>(std::count(from, end, '\n'));
+  for (const unsigned char* k = end; k > from; --k) {
+    if (k[-1] == '\n') {
+      line_start = offset + (k - p);
+      break;
+    }
+  }
+  counted = to;
+}
+
+// Where the next byte from 0x80 up is in bytes[from, size), or size. A
+// table is nearly all ASCII: eight bytes are tested at a time.
+size_t NextHigh(const unsigned char* p, size_t from, size_t size) {
+  while (from + 8 <= size) {
+    uint64_t word;
+    std::memcpy(&word, p + from, sizeof word);
+    if ((word & 0x8080808080808080ull) != 0)
+      break;
+    from += 8;
+  }
+  while (from < size && p[from] < 0x80)
+    ++from;
+  return from;
+}
+
 }  // namespace
 
 EncodingScan CheckEncoding(CheckState& s, const std::string& file,
                            const char* what) {
   EncodingScan scan;
   std::ifstream in(file, std::ios::binary);
+  std::string bytes;
   std::string block(1 << 16, '\0');
-  std::string carry;
+  // Lines are counted only up to the bytes reported, from where the last
+  // count stopped.
   long line = 1;
-  long column = 1;
+  long long line_start = 0;
+  long long counted = 0;
+  long long offset = 0;  // of bytes[0] in the file
   int reported = 0;
-  long long offset = 0;
-  bool line_reported = false;
-  bool escaped = false;
+  long last_line = 0;
   for (;;) {
     in.read(&block[0], static_cast<std::streamsize>(block.size()));
     const size_t got = static_cast<size_t>(in.gcount());
-    std::string bytes = carry + block.substr(0, got);
-    carry.clear();
+    bytes.append(block, 0, got);
     const bool last = got == 0 || !in;
     const auto* p = reinterpret_cast<const unsigned char*>(bytes.data());
     size_t i = 0;
-    while (i < bytes.size()) {
-      int n = Sequence(p + i, bytes.size() - i);
-      if (n < 0 && !last) {
-        carry = bytes.substr(i);
+    for (;;) {
+      i = NextHigh(p, i, bytes.size());
+      if (i >= bytes.size())
         break;
+      const int n = Sequence(p + i, bytes.size() - i);
+      if (n < 0 && !last)
+        break;  // the sequence goes on in the next block
+      if (n > 0) {
+        i += static_cast<size_t>(n);
+        continue;
       }
-      if (n <= 0) {
-        if (scan.stop_offset < 0 && (n < 0 || FormfillStops(p[i])))
-          scan.stop_offset = offset + static_cast<long long>(i);
-        if (!line_reported && ++reported <= 5) {
-          s.Add(file, line, column, Severity::kWarning,
-                "byte " + std::to_string(offset + static_cast<long long>(i)) +
-                    " is not UTF-8 (" + what + " must be UTF-8): formfill " +
-                    (n < 0 || FormfillStops(p[i])
-                         ? "stops reading there"
+      const long long at = offset + static_cast<long long>(i);
+      const bool stops = n < 0 || FormfillStops(p[i]);
+      if (stops && scan.stop_offset < 0) {
+        scan.stop_offset = at;
+        for (size_t k = i + 1; k < bytes.size(); ++k)
+          scan.ends_after_stop += p[k] == '@' && p[k - 1] != '\\';
+      }
+      CountLines(p, offset, counted, at, line, line_start);
+      if (line != last_line && ++reported <= 5) {
+        s.Add(file, line, static_cast<long>(at - line_start) + 1,
+              Severity::kWarning,
+              "byte " + std::to_string(at) + " is not UTF-8 (" + what +
+                  " must be UTF-8): formfill " +
+                  (stops ? "stops reading there"
                          : "reads it and the bytes after it as another "
                            "character"),
-                "encoding");
-        }
-        line_reported = true;
-        n = 1;
-      } else if (p[i] == '\n') {
-        ++line;
-        column = 0;
-        line_reported = false;
-      } else if (p[i] == '@' && !escaped && scan.stop_offset >= 0) {
-        ++scan.ends_after_stop;
+              "encoding");
       }
-      escaped = p[i] == '\\' && !escaped;
-      ++column;
-      i += static_cast<size_t>(n);
+      last_line = line;
+      ++i;
     }
-    offset += static_cast<long long>(bytes.size() - carry.size());
-    if (last && carry.empty())
+    // Lines before what is kept are counted before it goes.
+    CountLines(p, offset, counted, offset + static_cast<long long>(i), line,
+               line_start);
+    if (scan.stop_offset >= 0 && scan.stop_offset < offset) {
+      scan.ends_after_stop += static_cast<long>(std::count(
+          bytes.begin() + static_cast<long>(std::min(i, bytes.size())),
+          bytes.end(), '@'));
+    }
+    offset += static_cast<long long>(i);
+    bytes.erase(0, i);
+    if (last)
       break;
   }
   return scan;

@@ -199,7 +199,7 @@ void TableCheck::InputEnd(bool undecodable) {
             " records after it are never read",
         "table-cut");
   }
-  if (m_Open && !m_InHeader) {
+  if (m_Open && !m_InHeader && !undecodable) {
     m_S.Add(m_Table, m_OpenLine, 1, Severity::kError,
         "the last record has no \"@\": formfill leaves it out (its text may "
         "turn up in the closing text)",

@@ -110,6 +110,9 @@ TEST(CheckTest, EachMistakeAndItsNearMiss) {
       {"no records at all", kWide, "&1;h\n", {"no-records@1"}},
       {"Latin-1 in the table", kWide, "$1;caf\xE9 ok\n@\n",
        {"encoding@1"}},
+      {"a byte formfill cannot read", kWide,
+       "$1;a\n@\n$1;gr\xFC\xDF e\n@\n$1;c\n@\n",
+       {"encoding@3", "table-cut@3", "lost-text@3"}},
       {"a tab that misses its stop", "a\tb\tc $1\n", "$1;a\n@\n", {"tab@1"}},
   };
   for (const auto& row : rows) {
