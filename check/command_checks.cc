@@ -17,12 +17,8 @@ std::wstring SectionFile(const Options& o, int n) {
 }
 
 std::string FormfillMessage(int n) {
-  try {
-    return "message " + std::to_string(n) + " \"" +
-           ToUtf8(Tbl::Err(static_cast<Tbl::numErr>(n))) + "\"";
-  } catch (const std::range_error&) {
-    return "message " + std::to_string(n);
-  }
+  return "message " + std::to_string(n) + " \"" +
+         SafeUtf8(Tbl::Err(static_cast<Tbl::numErr>(n))) + "\"";
 }
 
 namespace {
@@ -30,11 +26,7 @@ namespace {
 // The bytes formfill opens for a name it was given: each character of the
 // widened argument converted to UTF-8 on its own.
 std::string OpenedName(const std::wstring& name) {
-  try {
-    return ToUtf8(name);
-  } catch (const std::range_error&) {
-    return "";
-  }
+  return SafeUtf8(name, "");
 }
 
 bool SameFile(const std::string& a, const std::string& b) {

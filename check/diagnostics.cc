@@ -1,8 +1,11 @@
 #include "check/diagnostics.h"
 
 #include <fstream>
+#include <stdexcept>
 
 #include <nlohmann/json.hpp>
+
+#include "textio/utf8.h"
 
 const char* SeverityName(Severity severity) {
   switch (severity) {

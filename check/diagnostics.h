@@ -9,6 +9,8 @@
 #include <set>
 #include <string>
 
+#include "check/safe_utf8.h"
+
 enum class Severity { kNote, kWarning, kError };
 
 struct Diagnostic {

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <tuple>
 
+#include "check/safe_utf8.h"
 #include "check/run_trace.h"
 #include "check/sections.h"
 #include "driver/run_observer.h"
@@ -82,11 +83,7 @@ std::string Excerpt(const std::wstring& text, size_t limit = 40) {
   }
   if (text.size() > limit)
     cut += L"...";
-  try {
-    return "\"" + ToUtf8(cut) + "\"";
-  } catch (const std::range_error&) {
-    return "(text outside Unicode)";
-  }
+  return "\"" + SafeUtf8(cut, "(text outside Unicode)") + "\"";
 }
 
 // True when text reads as an amount or a number: digits with at most a
@@ -237,11 +234,7 @@ class Analyzer : public RunObserver {
 };
 
 std::string Analyzer::Narrow(const std::wstring& name) const {
-  try {
-    return ToUtf8(name);
-  } catch (const std::range_error&) {
-    return "?";
-  }
+  return SafeUtf8(name);
 }
 
 std::string Analyzer::TableAt(long record) const {

@@ -1,5 +1,7 @@
 #include "check/sections.h"
 
+#include "check/safe_utf8.h"
+
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -18,11 +20,7 @@ std::string Bytes(const std::string& path) {
 }
 
 std::string NameOf(const std::wstring& file) {
-  try {
-    return ToUtf8(file);
-  } catch (const std::range_error&) {
-    return "?";
-  }
+  return SafeUtf8(file);
 }
 
 }  // namespace

@@ -15,14 +15,6 @@
 
 namespace {
 
-std::string Utf8(const std::wstring& text) {
-  try {
-    return ToUtf8(text);
-  } catch (const std::range_error&) {
-    return "?";
-  }
-}
-
 std::string Bytes(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(in), {});
@@ -63,8 +55,8 @@ void CheckMarkers(CheckState& s, const std::string& file, long line,
         words = words || IsWordChar(text[j]);
       if (words && (stop == n || text[stop] != L'?')) {
         s.Add(file, line, static_cast<long>(i + 1), Severity::kWarning,
-              "the stretch of " + Utf8(text.substr(i, number_end - i)) +
-                  " runs on over \"" + Utf8(text.substr(k, stop - k)) +
+              "the stretch of " + SafeUtf8(text.substr(i, number_end - i)) +
+                  " runs on over \"" + SafeUtf8(text.substr(k, stop - k)) +
                   "\": without a \"?\" to close it, the value is placed over "
                   "that text" +
                   std::string(c == L'&' ? " (and a header stretch blanks it)"
