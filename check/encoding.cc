@@ -37,6 +37,16 @@ bool FormfillStops(unsigned c) {
   return (c >= 0x80 && c <= 0xBF) || c >= 0xF8;
 }
 
+void Report(CheckState& s, const std::string& file, long line,
+            long long column, long long at, const char* what, bool stops) {
+  s.Add(file, line, static_cast<long>(column) + 1, Severity::kWarning,
+        "byte " + std::to_string(at) + " is not UTF-8 (" + what +
+            " must be UTF-8): formfill " +
+            (stops ? "stops reading there"
+                   : "reads it and the bytes after it as another character"),
+        "encoding");
+}
+
 // Counts the line feeds of the file's bytes [counted, to), which p holds
 // from offset on, into line, and notes where the last line begins.
 void CountLines(const unsigned char* p, long long offset, long long& counted,
@@ -78,8 +88,7 @@ EncodingScan CheckEncoding(CheckState& s, const std::string& file,
   std::ifstream in(file, std::ios::binary);
   std::string bytes;
   std::string block(1 << 16, '\0');
-  // Lines are counted only up to the bytes reported, from where the last
-  // count stopped.
+  // Lines are counted only up to the bytes reported.
   long line = 1;
   long long line_start = 0;
   long long counted = 0;
@@ -113,14 +122,7 @@ EncodingScan CheckEncoding(CheckState& s, const std::string& file,
       }
       CountLines(p, offset, counted, at, line, line_start);
       if (line != last_line && ++reported <= 5) {
-        s.Add(file, line, static_cast<long>(at - line_start) + 1,
-              Severity::kWarning,
-              "byte " + std::to_string(at) + " is not UTF-8 (" + what +
-                  " must be UTF-8): formfill " +
-                  (stops ? "stops reading there"
-                         : "reads it and the bytes after it as another "
-                           "character"),
-              "encoding");
+        Report(s, file, line, at - line_start, at, what, stops);
       }
       last_line = line;
       ++i;
@@ -128,11 +130,6 @@ EncodingScan CheckEncoding(CheckState& s, const std::string& file,
     // Lines before what is kept are counted before it goes.
     CountLines(p, offset, counted, offset + static_cast<long long>(i), line,
                line_start);
-    if (scan.stop_offset >= 0 && scan.stop_offset < offset) {
-      scan.ends_after_stop += static_cast<long>(std::count(
-          bytes.begin() + static_cast<long>(std::min(i, bytes.size())),
-          bytes.end(), '@'));
-    }
     offset += static_cast<long long>(i);
     bytes.erase(0, i);
     if (last)

@@ -31,63 +31,72 @@ bool IsWordChar(wchar_t c) {
 // The record and header references of an expanded line: their stretches
 // that run over words because no "?" closes them, the page counter, and
 // "@D"/"@T" that begin a word.
+// A record or header reference at i; returns the index its stretch ends
+// before. Its stretch must not run on over words unless a "?" closes it.
+size_t CheckStretch(CheckState& s, const std::string& file, long line,
+                    const std::wstring& text, size_t i) {
+  const size_t n = text.size();
+  const wchar_t c = text[i];
+  size_t k = i + 1 + (text[i + 1] == c);
+  while (k < n && IsDigit(text[k]))
+    ++k;
+  const size_t number_end = k;
+  if (k < n && (text[k] == L'=' || text[k] == L'>'))
+    ++k;
+  size_t stop = k;
+  while (stop < n && text[stop] != L'?' && text[stop] != L'$' &&
+         text[stop] != L'&')
+    ++stop;
+  bool words = false;
+  for (size_t j = k; j < stop; ++j)
+    words = words || IsWordChar(text[j]);
+  if (words && (stop == n || text[stop] != L'?')) {
+    s.Add(file, line, static_cast<long>(i + 1), Severity::kWarning,
+          "the stretch of " + SafeUtf8(text.substr(i, number_end - i)) +
+              " runs on over \"" + SafeUtf8(text.substr(k, stop - k)) +
+              "\": without a \"?\" to close it, the value is placed over "
+              "that text" +
+              std::string(c == L'&' ? " (and a header stretch blanks it)" : ""),
+          "open-stretch");
+  }
+  return stop;
+}
+
+// A run of "#" at i: the page counter, which a line that speaks of pages
+// means and another most likely does not.
+void CheckPageCounter(CheckState& s, const std::string& file, long line,
+                      const std::wstring& text, size_t i) {
+  std::wstring lower;
+  for (wchar_t w : text)
+    lower.push_back(static_cast<wchar_t>(std::towlower(static_cast<wint_t>(w))));
+  bool page = false;
+  for (const wchar_t* word : {L"page", L"seite", L"стр", L"лист", L"sheet"})
+    page = page || lower.find(word) != std::wstring::npos;
+  s.Add(file, line, static_cast<long>(i + 1),
+        page ? Severity::kNote : Severity::kWarning,
+        "\"#\" is the page counter: formfill prints the page number here",
+        "page-counter");
+}
+
 void CheckMarkers(CheckState& s, const std::string& file, long line,
                   const std::wstring& text) {
   const size_t n = text.size();
   for (size_t i = 0; i < n; ++i) {
     const wchar_t c = text[i];
     const wchar_t d = i + 1 < n ? text[i + 1] : 0;
-    const bool ref = (c == L'$' || c == L'&') &&
-                     (IsDigit(d) || (d == c && i + 2 < n && IsDigit(text[i + 2])));
-    if (ref) {
-      size_t k = i + 1 + (d == c);
-      while (k < n && IsDigit(text[k]))
-        ++k;
-      const size_t number_end = k;
-      if (k < n && (text[k] == L'=' || text[k] == L'>'))
-        ++k;
-      size_t stop = k;
-      while (stop < n && text[stop] != L'?' && text[stop] != L'$' &&
-             text[stop] != L'&')
-        ++stop;
-      bool words = false;
-      for (size_t j = k; j < stop; ++j)
-        words = words || IsWordChar(text[j]);
-      if (words && (stop == n || text[stop] != L'?')) {
-        s.Add(file, line, static_cast<long>(i + 1), Severity::kWarning,
-              "the stretch of " + SafeUtf8(text.substr(i, number_end - i)) +
-                  " runs on over \"" + SafeUtf8(text.substr(k, stop - k)) +
-                  "\": without a \"?\" to close it, the value is placed over "
-                  "that text" +
-                  std::string(c == L'&' ? " (and a header stretch blanks it)"
-                                        : ""),
-              "open-stretch");
-      }
+    if ((c == L'$' || c == L'&') &&
+        (IsDigit(d) || (d == c && i + 2 < n && IsDigit(text[i + 2])))) {
+      const size_t stop = CheckStretch(s, file, line, text, i);
       i = stop > i ? stop - 1 : i;
-      continue;
-    }
-    if (c == L'#') {
-      std::wstring lower;
-      for (wchar_t w : text)
-        lower.push_back(static_cast<wchar_t>(std::towlower(static_cast<wint_t>(w))));
-      const bool page = lower.find(L"page") != std::wstring::npos ||
-                        lower.find(L"seite") != std::wstring::npos ||
-                        lower.find(L"стр") != std::wstring::npos ||
-                        lower.find(L"лист") != std::wstring::npos ||
-                        lower.find(L"sheet") != std::wstring::npos;
-      s.Add(file, line, static_cast<long>(i + 1),
-            page ? Severity::kNote : Severity::kWarning,
-            "\"#\" is the page counter: formfill prints the page number here",
-            "page-counter");
+    } else if (c == L'#') {
+      CheckPageCounter(s, file, line, text, i);
       while (i + 1 < n && text[i + 1] == L'#')
         ++i;
-      continue;
-    }
-    if (c == L'@' && (d == L'D' || d == L'T') && i + 2 < n &&
-        IsWordChar(text[i + 2])) {
+    } else if (c == L'@' && (d == L'D' || d == L'T') && i + 2 < n &&
+               IsWordChar(text[i + 2])) {
       s.Add(file, line, static_cast<long>(i + 1), Severity::kWarning,
-            std::string("\"@") + static_cast<char>(d) +
-                "\" is the current " + (d == L'D' ? "date" : "date and time") +
+            std::string("\"@") + static_cast<char>(d) + "\" is the current " +
+                (d == L'D' ? "date" : "date and time") +
                 ": formfill prints it in place of \"@" +
                 static_cast<char>(d) + "\" here",
             "value-marker");
