@@ -98,6 +98,8 @@ EncodingScan CheckEncoding(CheckState& s, const std::string& file,
   for (;;) {
     in.read(&block[0], static_cast<std::streamsize>(block.size()));
     const size_t got = static_cast<size_t>(in.gcount());
+    if (scan.stop_offset >= 0)  // the records after the stop, roughly
+      scan.ends_after_stop += std::count(block.begin(), block.begin() + got, '@');
     bytes.append(block, 0, got);
     const bool last = got == 0 || !in;
     const auto* p = reinterpret_cast<const unsigned char*>(bytes.data());
