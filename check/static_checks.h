@@ -32,8 +32,10 @@ struct CheckState {
   std::map<long, Use> header_uses;
   // Record fields used in each section.
   std::set<long> section_records[3];
-  // Header fields the template gives a text of its own.
+  // Header fields the template gives a text of its own, and where each
+  // text with words in it stands, with its words.
   std::set<long> template_header;
+  std::map<long, std::pair<Use, std::string>> header_words;
   // What the table and the parameters file give.
   std::set<long> table_header;
   std::set<long> params_header;

@@ -1,5 +1,6 @@
 // Every section of the template, read and classified with the engine's own
 // functions, every problem reported rather than the first.
+#include <algorithm>
 #include <cwctype>
 #include <fstream>
 #include <iterator>
@@ -195,6 +196,15 @@ void TextLine(CheckState& s, const std::string& file, long line, int n,
     }
     if (gives)
       s.template_header.insert(text.field);
+    std::wstring words;
+    for (const HeaderPiece& piece : text.pieces)
+      words += piece.kind == HeaderPiece::kText ? piece.text : L"";
+    if (std::any_of(words.begin(), words.end(), IsWordChar)) {
+      s.header_words.emplace(
+          text.field,
+          std::make_pair(Use{file, line, static_cast<long>(text.column + 1), n},
+                         SafeUtf8(words)));
+    }
   }
   wchar_t expanded[kLineBuf];
   Line::DelTab(raw.c_str(), expanded);

@@ -46,10 +46,28 @@ void LateFields(CheckState& s) {
   }
 }
 
+// Text after "&N" is header text: the load adds it to field N. Where the
+// table or the parameters file gives the field, the words were most likely
+// meant for the line, not for the value.
+void HeaderWords(CheckState& s) {
+  for (const auto& [field, where] : s.header_words) {
+    if (s.table_header.count(field) == 0 && s.params_header.count(field) == 0)
+      continue;
+    const Use& use = where.first;
+    s.Add(use.file, use.line, use.column, Severity::kWarning,
+          "the text after &" + std::to_string(field) + " (\"" + where.second +
+              "\") is header text: when formfill loads the template it adds "
+              "it to the value the table gives &" + std::to_string(field) +
+              "; for text on the line, close the stretch with \"?\" before it",
+          "header-text");
+  }
+}
+
 }  // namespace
 
 void CheckUses(CheckState& state) {
   GivenByNobody(state);
+  HeaderWords(state);
   LateFields(state);
   const Options& o = state.options;
   if (!state.section_exists[1] && state.page_marks > 0) {

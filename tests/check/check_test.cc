@@ -113,6 +113,10 @@ TEST(CheckTest, EachMistakeAndItsNearMiss) {
       {"a byte formfill cannot read", kWide,
        "$1;a\n@\n$1;gr\xFC\xDF e\n@\n$1;c\n@\n",
        {"encoding@3", "table-cut@3", "lost-text@3"}},
+      {"&N text meant as literal", "&1 Ltd\n" + kWide, "&1;Acme\n$1;a\n@\n",
+       {"header-text@1", "open-stretch@1"}},
+      {"&N with its stretch closed", "&1      ? Ltd\n" + kWide,
+       "&1;Acme\n$1;a\n@\n", {}},
       {"a tab that misses its stop", "a\tb\tc $1\n", "$1;a\n@\n", {"tab@1"}},
   };
   for (const auto& row : rows) {
