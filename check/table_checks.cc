@@ -234,6 +234,16 @@ void CheckTable(CheckState& state) {
     return;  // said with the command line
   CheckBytes(state, table);
   const EncodingScan scan = CheckEncoding(state, table, "a table");
+  if (!o.params.empty() && o.path.find(L';') == std::wstring::npos) {
+    // Where formfill looks for the parameters file: in the -P directory,
+    // or here.
+    std::wstring dir = o.path;
+    if (!dir.empty() && dir.back() != L'/')
+      dir.push_back(L'/');
+    const std::string params = NarrowBytes(dir + o.params);
+    if (std::ifstream(params))
+      CheckEncoding(state, params, "a parameters file");
+  }
   // The record fields every section uses, so that the reader keeps them.
   Tbl::TabHdrField.freeAll();
   Tbl::TabRcdField.freeAll();

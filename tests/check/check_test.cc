@@ -154,6 +154,11 @@ TEST(CheckTest, CommandLineAndEnvironment) {
     const Result r = Check(dir.path(), row.args);
     EXPECT_EQ(Kinds(r.err), row.expected) << r.err;
   }
+  dir.Write("p.par", "&2;M\xFCller\n");
+  EXPECT_EQ(Kinds(Check(dir.path(), {"-Bform", "-It.txt", "-Oout.txt",
+                                     "-Fp.par"}).err),
+            (std::set<std::string>{"encoding@1"}))
+      << "the parameters file's bytes";
   EXPECT_EQ(Check(dir.path(), {"--bogus"}).status, 2);
   EXPECT_EQ(Check(dir.path(), {"--sheet-lines", "x"}).status, 2);
   const Result help = Check(dir.path(), {"--help"});
