@@ -4,6 +4,7 @@
 
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <stdexcept>
 
 #include "template/blank.h"
@@ -41,21 +42,22 @@ void Sections::Read(int n, const std::wstring& file) {
   // Entries as the load makes them, one a GetLine; each one's file line is
   // counted from the line feeds before the byte where it starts.
   const std::string bytes = Bytes(section.name);
-  std::vector<wchar_t> raw(kRawLineBuf);
+  // Written by GetLine before it is read: not cleared, one allocation.
+  const std::unique_ptr<wchar_t[]> raw(new wchar_t[kRawLineBuf]);
   long line = 1;
   size_t counted = 0;
   for (;;) {
     const long pos = in.GetFilePointer();
-    if (!in.GetLine(raw.data(), kMaxLine)) {
+    if (!in.GetLine(raw.get(), kMaxLine)) {
       break;
     }
     for (; counted < static_cast<size_t>(pos) && counted < bytes.size();
          ++counted) {
       line += bytes[counted] == '\n';
     }
-    section.entries.push_back({line, raw.data()});
-    if (raw[0] == L'>' && IsRepeatLine(raw.data())) {
-      const Command repeat = ReadRepeat(raw.data());
+    section.entries.push_back({line, raw.get()});
+    if (raw[0] == L'>' && IsRepeatLine(raw.get())) {
+      const Command repeat = ReadRepeat(raw.get());
       if (repeat.repeats > m_MaxRepeat)
         m_MaxRepeat = repeat.repeats;
     }
