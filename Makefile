@@ -4,7 +4,7 @@ BUILD      ?= build
 ASAN_BUILD ?= build-asan
 JOBS       ?= 2
 
-.PHONY: all build deps test asan portable demo bench bench-table fuzz huge clean
+.PHONY: all build deps test asan portable demo package bench bench-table fuzz huge clean
 
 all: build
 
@@ -51,6 +51,19 @@ demo: deps
 	  { cat $(BUILD)/demo-build.log; echo "make demo: the build failed (log above)"; exit 1; }
 	@examples/run-demo $(BUILD)/formfill
 
+PACKAGE_BUILD ?= build-package
+
+$(PACKAGE_BUILD)/CMakeCache.txt: | deps
+	cmake -S . -B $(PACKAGE_BUILD) -DCMAKE_BUILD_TYPE=Release -DFORMFILL_TESTS=OFF
+
+# A Debian package and a tarball from a Release build (with its training
+# run), then both installed into a temporary directory and the installed
+# programs run on the installed examples.
+package: $(PACKAGE_BUILD)/CMakeCache.txt
+	cmake --build $(PACKAGE_BUILD) -j$(JOBS)
+	cd $(PACKAGE_BUILD) && cpack
+	tests/package/check-package $(PACKAGE_BUILD)
+
 FUZZ_BUILD   ?= build-fuzz
 FUZZ_SECONDS ?= 60
 
@@ -87,4 +100,4 @@ huge: build $(ASAN_BUILD)/CMakeCache.txt
 	bench/huge-inputs $(BUILD)/formfill $(ASAN_BUILD)/formfill
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(PORTABLE_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(PORTABLE_BUILD) $(PACKAGE_BUILD)
