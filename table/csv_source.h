@@ -2,7 +2,9 @@
 #ifndef FORMFILL_TABLE_CSV_SOURCE_H_
 #define FORMFILL_TABLE_CSV_SOURCE_H_
 
+#include <cstddef>
 #include <string>
+#include <vector>
 
 #include "table/table_writer.h"
 
@@ -20,6 +22,29 @@ struct CsvOptions {
 // "NAME:LINE: what" on bad input, the input line counted from 1.
 bool ConvertCsv(int fd, const std::string& name, const CsvOptions& options,
                 TableWriter* writer, std::string* err);
+
+// The fields of one row: their values back to back, where each ends, and
+// the byte that ended the row (CR or LF).
+struct CsvRow {
+  std::string text;
+  std::vector<size_t> ends;
+  char end = 0;
+};
+
+enum class RowScan {
+  kRow,         // a whole row, its line end included
+  kUnfinished,  // the text ends inside the row
+  kOther,       // a quote where strict CSV has none: left to libcsv
+};
+
+// Reads the row at the start of text, delimited by delim (',' or '\t'), as
+// libcsv reads it with ConvertCsv's options, for rows that libcsv accepts;
+// it gives up on the others (kOther) and on rows the text does not hold up
+// to their line end (kUnfinished). A line end alone is a row without
+// fields. With kRow, *used is the row's size, its line end included.
+// Rows ending at the end of the input are left to libcsv too.
+RowScan ScanCsvRow(const char* text, size_t size, char delim, CsvRow* row,
+                   size_t* used);
 
 }  // namespace formfill_table
 

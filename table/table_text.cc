@@ -20,6 +20,12 @@ enum Kind : uint8_t {
   kInvalid,  // a continuation byte out of place, or never valid in UTF-8
 };
 
+// "&" and "$" open selectors, "@" ends a record, ">" at a line's start is
+// a page mark or ends the header, "\\" escapes. Only some of them matter at
+// a given place, but escaping all of them everywhere keeps the rule one
+// that a reader of the table can check at a glance.
+constexpr std::array<char, 5> kEscapedBytes = {'\\', '$', '@', '&', '>'};
+
 constexpr std::array<Kind, 256> MakeKinds() {
   std::array<Kind, 256> kinds{};
   for (int c = 0x80; c < 0x100; ++c)
@@ -33,12 +39,8 @@ constexpr std::array<Kind, 256> MakeKinds() {
   kinds[0] = kinds[1] = kForbidden;
   kinds[' '] = kinds['\t'] = kBlank;
   kinds['\r'] = kinds['\n'] = kBreak;
-  // "&" and "$" open selectors, "@" ends a record, ">" at a line's start is
-  // a page mark or ends the header, "\" escapes. Only some of them matter at
-  // a given place, but escaping all of them everywhere keeps the rule one
-  // that a reader of the table can check at a glance.
-  for (unsigned char c : {'\\', '$', '@', '&', '>'})
-    kinds[c] = kEscaped;
+  for (const char c : kEscapedBytes)
+    kinds[static_cast<unsigned char>(c)] = kEscaped;
   return kinds;
 }
 
@@ -72,6 +74,75 @@ ValueCheck Fault(ValueFault fault, const unsigned char* at,
   check.fault = fault;
   check.at = static_cast<size_t>(at - begin);
   return check;
+}
+
+constexpr uint64_t kOnes = 0x0101010101010101;
+
+// The eight bytes at p as a number whose lowest byte is p[0].
+uint64_t LoadEight(const unsigned char* p) {
+  uint64_t x;
+  memcpy(&x, p, 8);
+#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+  x = __builtin_bswap64(x);
+#endif
+  return x;
+}
+
+// Marks the bytes of x, eight bytes of text, that are not simply copied:
+// the high bit is set of the first such byte (the lowest), maybe of later
+// bytes too, and of no byte when there is none. Copied are ASCII from the
+// blank up but for the escaped; a blank only where no run of blanks ends,
+// which the callers see to. (A byte below a bound, or zero after the xor,
+// sets its high bit in x - bound; a borrow only runs on from such a byte,
+// so that only the bytes after the first may be marked wrongly.)
+uint64_t NotCopied(uint64_t x) {
+  const auto below = [](uint64_t y, unsigned char bound) {
+    return (y - kOnes * bound) & ~y;
+  };
+  uint64_t marks = x | below(x, ' ');
+  for (const char c : kEscapedBytes)
+    marks |= below(x ^ (kOnes * static_cast<unsigned char>(c)), 1);
+  return marks & kOnes * 0x80;
+}
+
+// n, less the blanks just before p + n.
+size_t LessBlanks(const unsigned char* p, size_t n) {
+  while (n > 0 && p[n - 1] == ' ')
+    --n;
+  return n;
+}
+
+// Whether all of a value of 1 to 7 bytes is copied as it is. Two loads
+// that overlap (or three bytes) cover it without reading past its end.
+bool ShortCopied(const unsigned char* p, size_t size) {
+  uint64_t x;
+  if (size >= 4) {
+    uint32_t low, high;
+    memcpy(&low, p, 4);
+    memcpy(&high, p + size - 4, 4);
+    x = low | static_cast<uint64_t>(high) << 32;
+  } else {
+    x = (kOnes * 'a') << 24 | p[0] | p[size / 2] << 8 | p[size - 1] << 16;
+  }
+  return NotCopied(x) == 0 && p[size - 1] != ' ';
+}
+
+// How many bytes at the start of the size bytes at p are copied as they
+// are: those up to the first other byte, eight at a time, less a run of
+// blanks just before it or at the end (it may meet a line break or end
+// the value). A short value is either copied whole or left to the caller.
+size_t CopiedPrefix(const unsigned char* p, size_t size) {
+  if (size < 8)
+    return size > 0 && ShortCopied(p, size) ? size : 0;
+  for (size_t at = 0;; at += 8) {
+    if (at + 8 > size)
+      at = size - 8;  // the last word overlaps the one before
+    const uint64_t marks = NotCopied(LoadEight(p + at));
+    if (marks != 0)
+      return LessBlanks(p, at + static_cast<size_t>(__builtin_ctzll(marks)) / 8);
+    if (at + 8 == size)
+      return LessBlanks(p, size);
+  }
 }
 
 // The end of the run of blanks, tabs and line breaks that starts at p, and
@@ -133,6 +204,16 @@ ValueCheck AppendValue(const char* value, size_t size, TextBuffer* out) {
   char* w = out->Reserve(2 * size);
   const unsigned char* p = begin;
   while (p < end) {
+    // Most text is plain: copied a word at a time where it is.
+    if (*p < 0x80) {
+      const size_t n = CopiedPrefix(p, static_cast<size_t>(end - p));
+      if (n > 0) {
+        memcpy(w, p, n);
+        w += n;
+        p += n;
+        continue;
+      }
+    }
     const unsigned char c = *p;
     const Kind k = kKinds[c];
     if (k == kPlain) {
