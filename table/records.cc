@@ -10,8 +10,11 @@ RecordBuilder::RecordBuilder(std::vector<size_t> columns, size_t width)
   std::vector<bool> written(width, false);
   for (size_t i = 0; i < m_Columns.size(); ++i) {
     written[m_Columns[i]] = true;
-    m_Selectors.push_back(Selector('$', static_cast<long>(i + 1)));
+    // The line end of the field before goes with the selector.
+    m_Openings.push_back((i == 0 ? "" : "\n") +
+                         Selector('$', static_cast<long>(i + 1)));
   }
+  m_Closing = m_Columns.empty() ? "@\n" : "\n@\n";
   for (size_t c = 0; c < width; ++c)
     if (!written[c])
       m_Unwritten.push_back(c);
@@ -23,16 +26,15 @@ bool RecordBuilder::Build(const Cell* cells, CellFault* fault) {
   // no value ever starts a line, where ">" and "@" would mean more.
   for (size_t i = 0; i < m_Columns.size(); ++i) {
     const Cell& cell = cells[m_Columns[i]];
-    const std::string& selector = m_Selectors[i];
-    m_Text.Append(selector.data(), selector.size());
+    const std::string& opening = m_Openings[i];
+    m_Text.Append(opening.data(), opening.size());
     fault->check = AppendValue(cell.data, cell.size, &m_Text);
     if (!fault->check.ok()) {
       fault->column = m_Columns[i];
       return false;
     }
-    m_Text.Append("\n", 1);
   }
-  m_Text.Append("@\n", 2);
+  m_Text.Append(m_Closing.data(), m_Closing.size());
   for (size_t c : m_Unwritten) {
     fault->check = CheckValue(cells[c].data, cells[c].size);
     if (!fault->check.ok()) {

@@ -38,7 +38,8 @@ class RecordBuilder {
  private:
   std::vector<size_t> m_Columns;
   std::vector<size_t> m_Unwritten;
-  std::vector<std::string> m_Selectors;
+  std::vector<std::string> m_Openings;  // "$k;" after the field before
+  std::string m_Closing;                // "@" and its line end
   TextBuffer m_Text;
 };
 

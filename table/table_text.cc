@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "table/bytes.h"
+
 namespace formfill_table {
 
 namespace {
@@ -76,34 +78,10 @@ ValueCheck Fault(ValueFault fault, const unsigned char* at,
   return check;
 }
 
-constexpr uint64_t kOnes = 0x0101010101010101;
-
-// The eight bytes at p as a number whose lowest byte is p[0].
-uint64_t LoadEight(const unsigned char* p) {
-  uint64_t x;
-  memcpy(&x, p, 8);
-#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-  x = __builtin_bswap64(x);
-#endif
-  return x;
-}
-
-// Marks the bytes of x, eight bytes of text, that are not simply copied:
-// the high bit is set of the first such byte (the lowest), maybe of later
-// bytes too, and of no byte when there is none. Copied are ASCII from the
-// blank up but for the escaped; a blank only where no run of blanks ends,
-// which the callers see to. (A byte below a bound, or zero after the xor,
-// sets its high bit in x - bound; a borrow only runs on from such a byte,
-// so that only the bytes after the first may be marked wrongly.)
-uint64_t NotCopied(uint64_t x) {
-  const auto below = [](uint64_t y, unsigned char bound) {
-    return (y - kOnes * bound) & ~y;
-  };
-  uint64_t marks = x | below(x, ' ');
-  for (const char c : kEscapedBytes)
-    marks |= below(x ^ (kOnes * static_cast<unsigned char>(c)), 1);
-  return marks & kOnes * 0x80;
-}
+// The bytes that are not simply copied: all but ASCII from the blank up
+// and the escaped. A blank is copied only where no run of blanks ends,
+// which the callers see to.
+using NotCopied = ByteMarks<kEscapedBytes, true>;
 
 // n, less the blanks just before p + n.
 size_t LessBlanks(const unsigned char* p, size_t n) {
@@ -112,35 +90,40 @@ size_t LessBlanks(const unsigned char* p, size_t n) {
   return n;
 }
 
-// Whether all of a value of 1 to 7 bytes is copied as it is. Two loads
+// Whether all of a value of 1 to 15 bytes is copied as it is. Two loads
 // that overlap (or three bytes) cover it without reading past its end.
 bool ShortCopied(const unsigned char* p, size_t size) {
-  uint64_t x;
-  if (size >= 4) {
-    uint32_t low, high;
-    memcpy(&low, p, 4);
-    memcpy(&high, p + size - 4, 4);
-    x = low | static_cast<uint64_t>(high) << 32;
+  uint64_t low;
+  uint64_t high;
+  if (size >= 8) {
+    low = LoadEight(p);
+    high = LoadEight(p + size - 8);
+  } else if (size >= 4) {
+    uint32_t first, last;
+    memcpy(&first, p, 4);
+    memcpy(&last, p + size - 4, 4);
+    low = high = first | static_cast<uint64_t>(last) << 32;
   } else {
-    x = (kOnes * 'a') << 24 | p[0] | p[size / 2] << 8 | p[size - 1] << 16;
+    low = high = 0x6161616161000000 | p[0] | p[size / 2] << 8 |
+                 p[size - 1] << 16;  // the rest 'a'
   }
-  return NotCopied(x) == 0 && p[size - 1] != ' ';
+  return NotCopied::Find(low, high) == 0 && p[size - 1] != ' ';
 }
 
 // How many bytes at the start of the size bytes at p are copied as they
-// are: those up to the first other byte, eight at a time, less a run of
+// are: those up to the first other byte, sixteen at a time, less a run of
 // blanks just before it or at the end (it may meet a line break or end
 // the value). A short value is either copied whole or left to the caller.
 size_t CopiedPrefix(const unsigned char* p, size_t size) {
-  if (size < 8)
+  if (size < 16)
     return size > 0 && ShortCopied(p, size) ? size : 0;
-  for (size_t at = 0;; at += 8) {
-    if (at + 8 > size)
-      at = size - 8;  // the last word overlaps the one before
-    const uint64_t marks = NotCopied(LoadEight(p + at));
+  for (size_t at = 0;; at += 16) {
+    if (at + 16 > size)
+      at = size - 16;  // the last block overlaps the one before
+    const uint32_t marks = NotCopied::Find(p + at);
     if (marks != 0)
-      return LessBlanks(p, at + static_cast<size_t>(__builtin_ctzll(marks)) / 8);
-    if (at + 8 == size)
+      return LessBlanks(p, at + FirstMark(marks));
+    if (at + 16 == size)
       return LessBlanks(p, size);
   }
 }
@@ -191,9 +174,7 @@ char* TextBuffer::Reserve(size_t n) {
 }
 
 void TextBuffer::Append(const char* data, size_t n) {
-  char* w = Reserve(n);
-  if (n > 0)
-    memcpy(w, data, n);
+  CopyBytes(Reserve(n), data, n);
   m_Size += n;
 }
 
@@ -208,7 +189,7 @@ ValueCheck AppendValue(const char* value, size_t size, TextBuffer* out) {
     if (*p < 0x80) {
       const size_t n = CopiedPrefix(p, static_cast<size_t>(end - p));
       if (n > 0) {
-        memcpy(w, p, n);
+        CopyBytes(w, p, n);
         w += n;
         p += n;
         continue;
@@ -232,7 +213,7 @@ ValueCheck AppendValue(const char* value, size_t size, TextBuffer* out) {
       if (has_break) {
         *w++ = ' ';
       } else {
-        memcpy(w, p, static_cast<size_t>(run_end - p));
+        CopyBytes(w, p, static_cast<size_t>(run_end - p));
         w += run_end - p;
       }
       p = run_end;
@@ -243,7 +224,7 @@ ValueCheck AppendValue(const char* value, size_t size, TextBuffer* out) {
       const size_t n = k == kInvalid ? 0 : SequenceLength(p, end, k);
       if (n == 0)
         return Fault(ValueFault::kNotUtf8, p, begin);
-      memcpy(w, p, n);
+      CopyBytes(w, p, n);
       w += n;
       p += n;
     }
