@@ -2,7 +2,9 @@
 // the rest is the input. Every input must either be refused (without an
 // output file left behind) or give a table that formfill's own reader
 // turns back into the cells, up to the line breaks and trailing blanks the
-// table format cannot keep.
+// table format cannot keep. Every row the reader's own scan takes must be
+// read by libcsv alike, and every row it leaves to libcsv must be one that
+// libcsv refuses or that the input ends in.
 #include <csv.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -30,6 +32,80 @@ struct Collector {
 
 int NoSpace(unsigned char) { return 0; }
 
+void InitParser(csv_parser* p, bool tsv) {
+  csv_init(p, CSV_STRICT | CSV_STRICT_FINI | CSV_REPALL_NL);
+  csv_set_space_func(p, NoSpace);
+  if (tsv)
+    csv_set_delim(p, '\t');
+}
+
+// What libcsv makes of text, fed to it at the start of a row: the fields
+// of the first row and the byte that ended it, how many bytes it took
+// before it ended the row (all of them when it did not), and whether it
+// refused them first.
+struct LibraryRow {
+  std::vector<std::string> fields;
+  int end = 0;
+  bool ended = false;
+  bool refused = false;
+  size_t used = 0;
+};
+
+LibraryRow FirstRow(const char* text, size_t size, bool tsv) {
+  LibraryRow row;
+  csv_parser p;
+  InitParser(&p, tsv);
+  auto field = [](void* s, size_t n, void* self) {
+    auto* r = static_cast<LibraryRow*>(self);
+    if (!r->ended)
+      r->fields.emplace_back(static_cast<char*>(s), n);
+  };
+  auto end = [](int c, void* self) {
+    auto* r = static_cast<LibraryRow*>(self);
+    if (!r->ended)
+      r->end = c;
+    r->ended = true;
+  };
+  // A byte at a time, to see where the row ends.
+  for (; row.used < size && !row.ended; ++row.used) {
+    if (csv_parse(&p, text + row.used, 1, field, end, &row) != 1) {
+      row.refused = true;
+      break;
+    }
+  }
+  csv_free(&p);
+  return row;
+}
+
+// Walks the input with ScanCsvRow as far as it reads rows itself.
+void CheckScan(const char* text, size_t size, bool tsv) {
+  formfill_table::CsvRow row;
+  for (size_t pos = 0; pos < size;) {
+    size_t used = 0;
+    const formfill_table::RowScan scan = formfill_table::ScanCsvRow(
+        text + pos, size - pos, tsv ? '\t' : ',', &row, &used);
+    const LibraryRow want = FirstRow(text + pos, size - pos, tsv);
+    if (scan == formfill_table::RowScan::kOther) {
+      if (!want.refused)
+        abort();  // left to libcsv a row that libcsv reads
+      return;
+    }
+    if (scan == formfill_table::RowScan::kUnfinished) {
+      if (want.ended || want.refused)
+        abort();  // the row was finished, or wrong, before the text ends
+      return;
+    }
+    std::vector<std::string> fields;
+    for (size_t f = 0, begin = 0; f < row.ends.size(); begin = row.ends[f++])
+      fields.push_back(row.text.substr(begin, row.ends[f] - begin));
+    if (want.refused || !want.ended || want.used != used ||
+        want.end != static_cast<unsigned char>(row.end) ||
+        want.fields != fields)
+      abort();
+    pos += used;
+  }
+}
+
 // The cells as the same library reads them, to compare with.
 Rows ParseCells(const uint8_t* data, size_t size, bool tsv) {
   if (size >= 3 && memcmp(data, "\xEF\xBB\xBF", 3) == 0) {
@@ -38,10 +114,7 @@ Rows ParseCells(const uint8_t* data, size_t size, bool tsv) {
   }
   Collector c;
   csv_parser p;
-  csv_init(&p, CSV_STRICT | CSV_STRICT_FINI | CSV_REPALL_NL);
-  csv_set_space_func(&p, NoSpace);
-  if (tsv)
-    csv_set_delim(&p, '\t');
+  InitParser(&p, tsv);
   auto field = [](void* s, size_t n, void* self) {
     static_cast<Collector*>(self)->row.emplace_back(static_cast<char*>(s), n);
   };
@@ -113,6 +186,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     return 0;
   formfill_table::CsvOptions options;
   options.tsv = data[0] & 1;
+  CheckScan(reinterpret_cast<const char*>(data + 1), size - 1, options.tsv);
   const std::string input = WriteScratch("in.csv", data + 1, size - 1);
   const std::string table = ScratchDir() + "out.tbl";
   unlink(table.c_str());

@@ -1,5 +1,6 @@
 // formfill-table run as a user runs it: CSV and TSV in, tables out, the
 // messages of bad input, split tables and SQLite queries.
+#include <algorithm>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -110,6 +111,39 @@ TEST_F(FormfillTableTest, NamesTheLineOfBadInput) {
     EXPECT_EQ(run.err, std::string("formfill-table: ") + c.message);
     EXPECT_EQ(ListDir(m_Work), "in.csv\n") << "nothing left behind";
   }
+}
+
+// Rows of every length up to a few hundred bytes cross the ends of the
+// reads, two fields are longer than a read, and a fault after them all is
+// still told at its line.
+TEST_F(FormfillTableTest, ReadsRowsAcrossAndLongerThanItsReads) {
+  std::string csv = "n,v\r\n";
+  std::string table;
+  const auto add = [&](const std::string& value, bool quoted) {
+    const std::string n = std::to_string(table.size() % 1000);
+    // A quoted value takes a quote and a line break after it.
+    csv += n + "," + (quoted ? "\"" + value + "\"\"\r\nx\"" : value) + "\r\n";
+    table += "$1;" + n + "\n$2;" + value + (quoted ? "\" x" : "") + "\n@\n";
+  };
+  for (int i = 0; csv.size() < 700 * 1024; ++i) {
+    add(std::string(static_cast<size_t>(i % 500), 'a' + i % 26), i % 3 == 0);
+    if (i == 600) {
+      add(std::string(300 * 1024, 'u'), false);
+      add(std::string(300 * 1024, 'q'), true);
+    }
+  }
+  Write("in.csv", csv);
+  const RunResult run = Table({"-o", "out.tbl", "in.csv"});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_TRUE(Read("out.tbl") == table) << "the table differs";
+
+  const size_t line = std::count(csv.begin(), csv.end(), '\n') + 1;
+  Write("in.csv", csv + "1,x\"y\r\n");
+  const RunResult bad = Table({"-o", "out.tbl", "in.csv"});
+  EXPECT_EQ(bad.status, 1);
+  EXPECT_EQ(bad.err, "formfill-table: in.csv:" + std::to_string(line) +
+                         ": a quote inside a field that does not begin "
+                         "with one\n");
 }
 
 TEST_F(FormfillTableTest, RefusesArgumentsThatMakeNoSense) {

@@ -48,6 +48,21 @@ TEST(AppendValueTest, EscapesAndNormalises) {
        "K\xC3\xB8" "benhavn \xE2\x82\xAC \xF0\x9F\x98\x80", "1 to 4 bytes"},
       {"\xEF\xBB\xBFmark", "\xEF\xBB\xBFmark", "U+FEFF inside a value"},
       {"\xF4\x8F\xBF\xBF", "\xF4\x8F\xBF\xBF", "U+10FFFF"},
+      // Plain text goes sixteen bytes at a time: what ends a block of it
+      // and what stands at a block's edge.
+      {"0123456789abcdef0123456789abcde ", "0123456789abcdef0123456789abcde",
+       "a trailing blank as the last of 32 bytes"},
+      {"0123456789abcd   \nx", "0123456789abcd x",
+       "blanks across a block's edge, then a break"},
+      {"0123456789abcdef   \t", "0123456789abcdef",
+       "a block, then trailing blanks"},
+      {"0123456789abcde$0123456789abcdef@", "0123456789abcde\\$0123456789abcdef\\@",
+       "escaped as the last byte of blocks"},
+      {"0123456789 bcdefgh\xC3\xA9", "0123456789 bcdefgh\xC3\xA9",
+       "non-ASCII after a block"},
+      {"0123456  ", "0123456", "short, blanks last"},
+      {"012 >", "012 \\>", "short, escaped last"},
+      {"a ", "a", "two bytes"},
   };
   for (const auto& c : kCases)
     EXPECT_EQ(TextOf(c.value), c.text) << c.note;
