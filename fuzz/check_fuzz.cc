@@ -3,6 +3,7 @@
 // need no run read them all; then the dry run must end (the budget stops
 // formfill's endless loops), every line of its trace must carry a gutter,
 // and only the failures formfill itself ends with may stop it.
+#include <algorithm>
 #include <clocale>
 #include <cstddef>
 #include <cstdint>
@@ -78,6 +79,24 @@ bool RepeatsMuch(const std::vector<std::pair<const uint8_t*, size_t>>& parts) {
   return false;
 }
 
+// Whether the table's records times the sections' lines run past a few
+// thousand: every record prints the sections again, and an input of many
+// tiny records spends its time writing the same lines, as a large repeat
+// does.
+bool PrintsMuch(const std::vector<std::pair<const uint8_t*, size_t>>& parts) {
+  if (parts.size() < 4)
+    return false;
+  size_t lines = 0;
+  for (size_t k = 0; k < 3; ++k) {
+    lines += 1 + static_cast<size_t>(std::count(
+                     parts[k].first, parts[k].first + parts[k].second, '\n'));
+  }
+  const size_t records = 1 + static_cast<size_t>(std::count(
+                                 parts[3].first,
+                                 parts[3].first + parts[3].second, '@'));
+  return lines * records > 4000;
+}
+
 // Takes the trace and checks, line by line as it comes, that every line
 // has its gutter; keeps nothing.
 class GutterCheck : public std::streambuf {
@@ -125,7 +144,7 @@ class GutterCheck : public std::streambuf {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const auto parts = SplitInput(data, size, 5);
-  if (Copies(parts) > 6 || RepeatsMuch(parts)) {
+  if (Copies(parts) > 6 || RepeatsMuch(parts) || PrintsMuch(parts)) {
     return -1;  // not added to the corpus
   }
   ResetFuzzState();
