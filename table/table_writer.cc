@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <utility>
@@ -41,7 +42,7 @@ TableFile::TableFile(size_t buffer_size) : m_Capacity(buffer_size) {}
 TableFile::~TableFile() {
   if (m_Fd > STDERR_FILENO)
     close(m_Fd);
-  if (!m_Done && !m_Temp.empty())
+  if (!m_Done && !m_Direct && !m_Temp.empty())
     unlink(m_Temp.c_str());
 }
 
@@ -58,7 +59,23 @@ bool TableFile::Create(const std::string& path, std::string* err) {
     return true;
   }
   m_Path = path;
-  std::string temp = path + ".XXXXXX";
+  struct stat st;
+  if (stat(path.c_str(), &st) == 0 && !S_ISREG(st.st_mode)) {
+    // A device or a pipe is written as it is: renaming a file onto it
+    // would replace /dev/null or a named pipe with a plain file.
+    m_Direct = true;
+    m_Temp = path;
+    m_Fd = open(path.c_str(), O_WRONLY | O_CLOEXEC);
+    return m_Fd >= 0 || Fail("cannot open", err);
+  }
+  // A link is followed: the file it names gets the table and the link
+  // stays a link.
+  char resolved[PATH_MAX];
+  m_Target = lstat(path.c_str(), &st) == 0 && S_ISLNK(st.st_mode) &&
+                     realpath(path.c_str(), resolved) != nullptr
+                 ? resolved
+                 : path;
+  std::string temp = m_Target + ".XXXXXX";
   const int fd = mkstemp(temp.data());
   if (fd < 0)
     return Fail("cannot create", err);
@@ -133,7 +150,7 @@ bool TableFile::Commit(std::string* err) {
     if (close(fd) != 0)
       return Fail("cannot write", err);
   }
-  if (rename(m_Temp.c_str(), m_Path.c_str()) != 0)
+  if (!m_Direct && rename(m_Temp.c_str(), m_Target.c_str()) != 0)
     return Fail("cannot rename the temporary file to", err);
   m_Done = true;
   return true;

@@ -14,7 +14,7 @@ namespace formfill_table {
 // One output written through a buffer of its own. A named file is written
 // under a temporary name beside it and renamed into place by Commit; until
 // then the destructor removes it again, so a failed run leaves nothing
-// behind. Every bool function returns false with *err filled on failure.
+// behind. A device or named pipe is written directly. Every bool function returns false with *err filled on failure.
 class TableFile {
  public:
   explicit TableFile(size_t buffer_size);
@@ -38,9 +38,11 @@ class TableFile {
   bool Fail(const std::string& what, std::string* err) const;
 
   std::string m_Path;  // final name; empty for standard output
-  std::string m_Temp;  // the name written until Commit
+  std::string m_Target;  // where Commit renames it: a link's file
+  std::string m_Temp;    // the name written until Commit
   int m_Fd = -1;
   bool m_Done = false;
+  bool m_Direct = false;  // a device or pipe: no temporary name
   std::unique_ptr<char[]> m_Buffer;
   size_t m_Capacity;
   size_t m_Used = 0;

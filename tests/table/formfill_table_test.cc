@@ -5,6 +5,10 @@
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include "tests/table/program.h"
@@ -187,6 +191,33 @@ TEST_F(FormfillTableTest, SplitsByColumnWithTheHeaderInEveryTable) {
   for (int c : {0, 7, 39})
     EXPECT_EQ(Read("note-K_" + std::to_string(c) + ".tbl"),
               "&1;Notes\n$1;0\n@\n$1;1\n@\n$1;2\n@\n");
+}
+
+// -o naming a link writes the file it names; naming a pipe (or a device
+// such as /dev/null) writes into it and leaves it what it was.
+TEST_F(FormfillTableTest, WritesThroughLinksAndPipes) {
+  Write("orders.csv", "item\nx\n");
+  Write("real.tbl", "old\n");
+  std::filesystem::create_symlink("real.tbl", m_Work + "/link.tbl");
+  RunResult run = Table({"-o", "link.tbl", "orders.csv"});
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_TRUE(std::filesystem::is_symlink(m_Work + "/link.tbl"));
+  EXPECT_EQ(Read("real.tbl"), "$1;x\n@\n");
+
+  // The reading end is open before the run and the table fits in the
+  // pipe's buffer, so no thread is needed and a replaced pipe cannot hang.
+  const std::string pipe = m_Work + "/pipe";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const int fd = open(pipe.c_str(), O_RDONLY | O_NONBLOCK);
+  ASSERT_GE(fd, 0);
+  run = Table({"-o", "pipe", "orders.csv"});
+  char got[64];
+  const ssize_t n = read(fd, got, sizeof got);
+  close(fd);
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(std::string(got, n > 0 ? static_cast<size_t>(n) : 0), "$1;x\n@\n");
+  EXPECT_TRUE(std::filesystem::is_fifo(pipe));
+  EXPECT_EQ(ListDir(m_Work), "link.tbl\norders.csv\npipe\nreal.tbl\n");
 }
 
 TEST_F(FormfillTableTest, SplitValuesGivingOneNameAreAnError) {
