@@ -173,8 +173,10 @@ class Analyzer : public RunObserver {
   void Spend(int section, int index);
   void LostText(long record, const char* how);
   void SheetLine();
+  void NoteAbove(int section, int index);
   void RecordStarts(std::vector<RunFinding>& out) const;
   struct LineUse;
+  RunFinding AboveFinding(int section, int at, const LineUse& use) const;
   RunFinding StartFinding(int section, int at, const LineUse& use, int other,
                           const LineUse& other_use) const;
   void FinishSheet();
@@ -205,6 +207,11 @@ class Analyzer : public RunObserver {
     long first_record = 0;
     long first_table_line = 0;
     std::vector<bool> body;  // by index within the same section
+    // A line above this one that a record beginning here printed before it
+    // ended (-1: none), and that record with its table line.
+    int above = -1;
+    long above_record = 0;
+    long above_table_line = 0;
   };
   LineUse* Use(Where where);
   std::vector<LineUse> m_Uses[3];
@@ -214,6 +221,10 @@ class Analyzer : public RunObserver {
   std::vector<bool> m_FirstBody;
   // The record's first line, and its last while it still goes forward.
   Where m_First{0, -1};
+  // Where the record being filled began on the sheet being written, when
+  // it is a later record that began on a template line (not on a sheet of
+  // its own): {0, -1} otherwise.
+  Where m_Start{0, -1};
   int m_Previous = -1;
   bool m_Forward = false;
 
@@ -304,6 +315,7 @@ void Analyzer::SectionLoaded(int section) {
       m_Streams.end()) {
     m_Streams.push_back(stream);
   }
+  m_Start = {0, -1};
   if (section != 3) {
     FinishSheet();
     ++m_Sheet;
@@ -321,6 +333,7 @@ void Analyzer::RecordRead(long number) {
   m_Record = number;
   m_RecordLine = m_Table.record_line();
   m_AwaitFirstLine = true;
+  m_Start = {0, -1};
   m_PageMarkPending = Tbl::totBreak > 0;
   m_RecordSheetLine = m_SheetLines;
   m_Trace.SetRecord(number, m_TableName, m_RecordLine);
@@ -384,13 +397,14 @@ void Analyzer::LinePrinted(int section, int index) {
       use->first_record = m_Record;
       use->first_table_line = m_RecordLine;
     }
-    m_First = {section, index};
+    m_First = m_Start = {section, index};
     m_Forward = true;
   } else if (m_Record > 1 && onward) {
     if (LineUse* use = Use(m_First)) {
       Mark(use->body, index, m_Sections.Count(section));
     }
   } else {
+    NoteAbove(section, index);
     m_Forward = false;
   }
   m_Previous = index;
@@ -516,6 +530,20 @@ void Analyzer::FinishSheet() {
   Add({f.name, 0, static_cast<int>(m_Sheet), 0}, std::move(f));
 }
 
+// A record that began on a line and then, on the same sheet, prints a line
+// above it has begun in the middle of the loop: in a sound template records
+// begin at its top and go down.
+void Analyzer::NoteAbove(int section, int index) {
+  if (m_Record <= 1 || section != m_Start.first || index >= m_Start.second)
+    return;
+  LineUse* use = Use(m_Start);
+  if (use != nullptr && use->above < 0) {
+    use->above = index;
+    use->above_record = m_Record;
+    use->above_table_line = m_RecordLine;
+  }
+}
+
 void Analyzer::RecordStarts(std::vector<RunFinding>& out) const {
   // Records go round the template and begin where the one before them
   // stopped, which in a sound template is the same line for all of them
@@ -538,17 +566,38 @@ void Analyzer::RecordStarts(std::vector<RunFinding>& out) const {
       const LineUse& use = uses[static_cast<size_t>(at)];
       if (use.starts == 0)
         continue;
-      for (int other = 0; other < count; ++other) {
+      int other = 0;
+      for (; other < count; ++other) {
         const LineUse& other_use = uses[static_cast<size_t>(other)];
-        if (other == at || other_use.starts == 0 ||
-            other_use.body.size() <= static_cast<size_t>(at) ||
-            !other_use.body[static_cast<size_t>(at)])
-          continue;
-        out.push_back(StartFinding(section, at, use, other, other_use));
-        break;
+        if (other != at && other_use.starts != 0 &&
+            other_use.body.size() > static_cast<size_t>(at) &&
+            other_use.body[static_cast<size_t>(at)])
+          break;
+      }
+      if (other < count) {
+        out.push_back(StartFinding(section, at, use, other,
+                                   uses[static_cast<size_t>(other)]));
+      } else if (use.above >= 0) {
+        out.push_back(AboveFinding(section, at, use));
       }
     }
   }
+}
+
+RunFinding Analyzer::AboveFinding(int section, int at,
+                                  const LineUse& use) const {
+  const std::string& name = m_Sections.Name(section);
+  return {"record-start", RunSeverity::kWarning, name,
+          m_Sections.LineOf(section, at), 1,
+          "record " + std::to_string(use.above_record) + " (" + m_TableName +
+              ":" + std::to_string(use.above_table_line) +
+              ") begins printing on this line and then goes back up to " +
+              name + ":" + std::to_string(m_Sections.LineOf(section, use.above)) +
+              " (" + std::to_string(use.starts) +
+              " records begin here): the record before it stopped short and "
+              "this one began in the middle of the loop; does a line on "
+              "which a record can end lack the guard '>jump to ... $' after "
+              "it?"};
 }
 
 RunFinding Analyzer::StartFinding(int section, int at, const LineUse& use,

@@ -73,6 +73,17 @@ TEST(DryRunTest, FindsWhatTheDataMakesGoWrong) {
        ">1\nName: $1         ?\n>jump to 1 $\nDept: $2         ?\n>jump to 1\n",
        "", "$1;Ann\n$2;Sales\n@\n$1;Bob\n@\n$1;Cy\n$2;HR\n@\n$1;Di\n$2;IT\n@\n",
        0, {}},
+      // Records after the first begin on the wrap line and go back up to
+      // the item line: the item line lacks its guard.
+      {"a wrap line without the guard before it",
+       ">10\n$1 $2      ?\n>20\n   $2      ?\n>jump to 20 $2\n>jump to 10\n",
+       "", "$1;1\n$2;Tea\n@\n$1;2\n$2;Sencha\n@\n$1;3\n$2;Assam blend\n@\n",
+       0, {"record-start@form.1:4"}},
+      {"the same with its guards",
+       ">10\n$1 $2      ?\n>jump to 40 $\n>20\n   $2      ?\n>jump to 40 $\n"
+       ">jump to 20 $2\n>40\n>jump to 10\n",
+       "", "$1;1\n$2;Tea\n@\n$1;2\n$2;Sencha\n@\n$1;3\n$2;Assam blend\n@\n",
+       0, {}},
       {"a closing loop that never ends", ">1\nt\n>jump to 1 $\n", "", "", 0,
        {"endless-loop@form.1:3"}},
       {"a header text that copies itself, doubling at every copy",

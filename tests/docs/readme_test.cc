@@ -101,8 +101,10 @@ TEST_P(ReadmeSessionTest, ShowsWhatTheProgramsPrint) {
   }
 }
 
+// By order and heading, not by line: an edit above a session leaves its
+// name alone.
 std::string SessionName(const testing::TestParamInfo<ReadmeSession>& info) {
-  std::string name = "line_" + std::to_string(info.param.line);
+  std::string name = "session_" + std::to_string(info.index + 1) + "_";
   for (char c : info.param.heading)
     if (isalnum(static_cast<unsigned char>(c)))
       name += c;
