@@ -2,6 +2,8 @@
 // piece it meets is told to the checker, which keeps the lines and columns.
 #include <cstring>
 #include <fstream>
+#include <set>
+#include <vector>
 
 #include "check/static_checks.h"
 #include "driver/table_observer.h"
@@ -42,6 +44,7 @@ class TableCheck : public TableObserver {
   // Something other than blanks came: after an "@" on the same line, the
   // record it ended has company.
   void Content();
+  void NewRecordField(long number);
 
   CheckState& m_S;
   std::string m_Table;
@@ -57,7 +60,16 @@ class TableCheck : public TableObserver {
   // The record being read: whether it holds anything yet, its fields.
   bool m_Open = false;
   long m_OpenLine = 0;
+  // The fields selected in the record being read: below kDirect, the
+  // number of the record that last selected each (no clearing between
+  // records); above it, a set.
+  static constexpr long kDirect = 1 << 16;
+  bool SelectedBefore(long number);
+  long m_Record = 1;
+  std::vector<long> m_SelectedIn;
   std::set<long> m_Selected;
+  // Record fields met so far (below kDirect): each is looked up once.
+  std::vector<bool> m_Known;
   // An "@" on this line, where.
   long m_AtColumn = 0;
   long m_HeaderEndLine = 0;
@@ -92,24 +104,50 @@ void TableCheck::Selector(wchar_t marker, long number, size_t length) {
   } else if (marker == L'&') {
     m_S.table_header.insert(number);
   } else {
-    if (!m_Selected.insert(number).second) {
+    if (SelectedBefore(number)) {
       Add(Severity::kWarning,
           "$" + std::to_string(number) +
               " is selected twice in one record: its values are joined "
               "(is the \"@\" that ends a record missing?)",
           "field-twice");
     }
-    m_S.table_records.insert(number);
-    if (m_S.section_exists[0] && m_S.record_uses.count(number) == 0 &&
-        m_Unused.insert(number).second) {
-      Add(Severity::kWarning,
-          "no section of the template uses $" + std::to_string(number) +
-              ": formfill drops its text",
-          "unused-field");
-    }
+    const bool known = number < kDirect &&
+                       static_cast<size_t>(number) < m_Known.size() &&
+                       m_Known[static_cast<size_t>(number)];
+    if (!known)
+      NewRecordField(number);
   }
   m_LineStart = false;
   Column() += static_cast<long>(length);
+}
+
+bool TableCheck::SelectedBefore(long number) {
+  if (number >= kDirect || number < 0)
+    return !m_Selected.insert(number).second;
+  const auto at = static_cast<size_t>(number);
+  if (at >= m_SelectedIn.size())
+    m_SelectedIn.resize(at + 1, 0);
+  const bool before = m_SelectedIn[at] == m_Record;
+  m_SelectedIn[at] = m_Record;
+  return before;
+}
+
+// A record field met for the first time (or one above kDirect).
+void TableCheck::NewRecordField(long number) {
+  if (number >= 0 && number < kDirect) {
+    const auto at = static_cast<size_t>(number);
+    if (at >= m_Known.size())
+      m_Known.resize(at + 1, false);
+    m_Known[at] = true;
+  }
+  m_S.table_records.insert(number);
+  if (m_S.section_exists[0] && m_S.record_uses.count(number) == 0 &&
+      m_Unused.insert(number).second) {
+    Add(Severity::kWarning,
+        "no section of the template uses $" + std::to_string(number) +
+            ": formfill drops its text",
+        "unused-field");
+  }
 }
 
 void TableCheck::NotSelector(wchar_t marker, size_t length) {
@@ -126,11 +164,15 @@ void TableCheck::NotSelector(wchar_t marker, size_t length) {
 }
 
 void TableCheck::Text(const wchar_t* chars, size_t n) {
-  bool blank = true;
-  for (size_t k = 0; k < n; ++k)
-    blank = blank && (chars[k] == L' ' || chars[k] == L'\t' || chars[k] == L'\r');
-  if (!blank)
-    Content();
+  // Content() has nothing to do inside an open record with no "@" before
+  // on the line: the scan for blanks is spared there.
+  if (m_AtColumn != 0 || (!m_Open && !m_InHeader && !m_InParams)) {
+    bool blank = true;
+    for (size_t k = 0; k < n && blank; ++k)
+      blank = chars[k] == L' ' || chars[k] == L'\t' || chars[k] == L'\r';
+    if (!blank)
+      Content();
+  }
   if (m_LineStart && !m_InHeader && !m_InParams && n > 1 &&
       chars[0] == L'&' && IsDigit(chars[1])) {
     Add(Severity::kWarning,
@@ -164,7 +206,9 @@ void TableCheck::LineEnd() {
 void TableCheck::RecordEnd() {
   ++m_S.records;
   m_Open = false;
-  m_Selected.clear();
+  ++m_Record;
+  if (!m_Selected.empty())
+    m_Selected.clear();
   m_AtColumn = Column();
   Column() += 1;
   m_LineStart = false;
