@@ -19,6 +19,7 @@
 #include "driver/tbl.h"
 #include "fuzz/fuzz_util.h"
 #include "table/csv_source.h"
+#include "table/table_text.h"
 #include "table/table_writer.h"
 
 namespace {
@@ -77,30 +78,54 @@ LibraryRow FirstRow(const char* text, size_t size, bool tsv) {
   return row;
 }
 
+// The cell written by the shape the scan found for it, and by the full
+// rule: they must agree.
+void CheckShape(const formfill_table::Cell& cell) {
+  std::string by_shape(2 * cell.size, '\0');
+  std::string by_rule(2 * cell.size, '\0');
+  formfill_table::ValueCheck check;
+  const char* a = formfill_table::WriteValue(cell.data, cell.size, cell.shape,
+                                             by_shape.data(), &check);
+  const char* b = formfill_table::WriteValue(
+      cell.data, cell.size, formfill_table::ValueShape::kUnknown,
+      by_rule.data(), &check);
+  if ((a == nullptr) != (b == nullptr) ||
+      (a != nullptr && by_shape.compare(0, static_cast<size_t>(a - by_shape.data()),
+                                        by_rule, 0,
+                                        static_cast<size_t>(b - by_rule.data())) != 0))
+    abort();
+}
+
 // Walks the input with ScanCsvRow as far as it reads rows itself.
-void CheckScan(const char* text, size_t size, bool tsv) {
+void CheckScan(const char* input, size_t size, bool tsv) {
   formfill_table::CsvRow row;
+  std::string text(input, size);  // the scan changes rows it reads
   for (size_t pos = 0; pos < size;) {
     size_t used = 0;
+    const std::string before = text.substr(pos);
     const formfill_table::RowScan scan = formfill_table::ScanCsvRow(
-        text + pos, size - pos, tsv ? '\t' : ',', &row, &used);
-    const LibraryRow want = FirstRow(text + pos, size - pos, tsv);
+        text.data() + pos, size - pos, tsv ? '\t' : ',', &row, &used);
+    const LibraryRow want = FirstRow(input + pos, size - pos, tsv);
     if (scan == formfill_table::RowScan::kOther) {
-      if (!want.refused)
-        abort();  // left to libcsv a row that libcsv reads
+      if (!want.refused || text.compare(pos, std::string::npos, before) != 0)
+        abort();  // left to libcsv a row that libcsv reads, or changed it
       return;
     }
     if (scan == formfill_table::RowScan::kUnfinished) {
-      if (want.ended || want.refused)
+      if (want.ended || want.refused ||
+          text.compare(pos, std::string::npos, before) != 0)
         abort();  // the row was finished, or wrong, before the text ends
       return;
     }
     std::vector<std::string> fields;
-    for (size_t f = 0, begin = 0; f < row.ends.size(); begin = row.ends[f++])
-      fields.push_back(row.text.substr(begin, row.ends[f] - begin));
+    for (const formfill_table::Cell& cell : row.cells) {
+      fields.emplace_back(cell.data, cell.size);
+      CheckShape(cell);
+    }
     if (want.refused || !want.ended || want.used != used ||
         want.end != static_cast<unsigned char>(row.end) ||
-        want.fields != fields)
+        want.fields != fields ||
+        text.compare(pos + used, std::string::npos, before, used) != 0)
       abort();
     pos += used;
   }

@@ -52,6 +52,42 @@ inline unsigned FirstMark(uint32_t marks) {
   return static_cast<unsigned>(__builtin_ctz(marks));
 }
 
+// Marks the bytes from 0x80 up among the sixteen at p, as ByteMarks does.
+inline uint32_t HighMarks(const unsigned char* p) {
+#if defined(__SSE2__)
+  return static_cast<uint32_t>(
+      _mm_movemask_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))));
+#else
+  uint32_t marks = 0;
+  for (unsigned i = 0; i < 16; ++i)
+    marks |= static_cast<uint32_t>(p[i] >= 0x80) << i;
+  return marks;
+#endif
+}
+
+// Marks, among the sixteen bytes at p, the lead bytes of two-byte UTF-8
+// sequences (0xC2 to 0xDF) in *leads and the continuation bytes (0x80 to
+// 0xBF) in *continuations.
+inline void TwoByteMarks(const unsigned char* p, uint32_t* leads,
+                         uint32_t* continuations) {
+#if defined(__SSE2__)
+  const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+  // x - 0xC2 <= 0x1D, unsigned: min(t, 0x1D) == t.
+  const __m128i t = _mm_sub_epi8(x, _mm_set1_epi8(static_cast<char>(0xC2)));
+  *leads = static_cast<uint32_t>(_mm_movemask_epi8(
+      _mm_cmpeq_epi8(_mm_min_epu8(t, _mm_set1_epi8(0x1D)), t)));
+  *continuations = static_cast<uint32_t>(_mm_movemask_epi8(
+      _mm_cmpeq_epi8(_mm_and_si128(x, _mm_set1_epi8(static_cast<char>(0xC0))),
+                     _mm_set1_epi8(static_cast<char>(0x80)))));
+#else
+  *leads = *continuations = 0;
+  for (unsigned i = 0; i < 16; ++i) {
+    *leads |= static_cast<uint32_t>(p[i] >= 0xC2 && p[i] <= 0xDF) << i;
+    *continuations |= static_cast<uint32_t>((p[i] & 0xC0) == 0x80) << i;
+  }
+#endif
+}
+
 // Marks the bytes of the set kBytes (a constant std::array<char, N>), and
 // with kUnusual also every byte below the blank and from 0x80 up, among
 // sixteen bytes: bit i of the result for byte i, the one at the lowest

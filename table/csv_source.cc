@@ -29,9 +29,11 @@ long CountLineEnds(const char* text, size_t size) {
 }
 
 // The bytes that end an unquoted field or make it one for libcsv: the
-// delimiter, the quote, CR and LF.
+// delimiter, the quote, CR and LF; and those that end a stretch of a quoted
+// field: its quote and the line breaks, which are counted.
 constexpr std::array<char, 4> kCommaStops = {',', '"', '\r', '\n'};
 constexpr std::array<char, 4> kTabStops = {'\t', '"', '\r', '\n'};
+constexpr std::array<char, 3> kQuotedStops = {'"', '\r', '\n'};
 
 // The first of kStops from p on, or end.
 template <const auto& kStops>
@@ -47,25 +49,119 @@ const char* FindStop(const char* p, const char* end) {
   return p;
 }
 
+// The marks of sixteen bytes at p, or of the fewer up to end followed by
+// stops: where fields end, and what the bytes between are like.
+template <const auto& kStops>
+struct Block {
+  Block(const char* p, const char* end) {
+    const auto* bytes = reinterpret_cast<const unsigned char*>(p);
+    unsigned char last[16];
+    if (end - p < 16) {
+      memset(last, kStops[0], sizeof last);
+      memcpy(last, p, static_cast<size_t>(end - p));
+      bytes = last;
+    }
+    stops = ByteMarks<kStops, false>::Find(bytes);
+    high = HighMarks(bytes);
+    // Control characters and escaped bytes; the signed compare for the
+    // former takes the high bytes too.
+    special = ByteMarks<kEscapedBytes, true>::Find(bytes) & ~high;
+  }
+  uint32_t stops;
+  uint32_t high;     // bytes from 0x80 up
+  uint32_t special;  // bytes that are neither plain nor high
+};
+
+// What the bytes of a field are like, all its blocks' marks taken
+// together. A blank at the end may meet a line break of a later field or
+// be trimmed: left to the full rule.
+ValueShape Shape(bool special, bool high, const char* begin,
+                 const char* end) {
+  if (special || (end > begin && end[-1] == ' '))
+    return ValueShape::kUnknown;
+  return high ? ValueShape::kText : ValueShape::kPlain;
+}
+
+// Reads the unquoted fields from p on into *cells, a block of sixteen bytes
+// at a time whatever the fields in it, and returns the byte that ended the
+// last: a line end, a quote (a stray one, or one that opens the next
+// field, after the delimiter), or end when the text ends first.
+template <const auto& kStops>
+const char* UnquotedFields(const char* p, const char* end, char delim,
+                           std::vector<Cell>* cells) {
+  const char* field = p;
+  bool special = false;
+  bool high = false;
+  for (const char* b = p;; b += 16) {
+    const Block<kStops> block(b, end);
+    // The field's bits: from its first byte, or all when it began before.
+    uint32_t from = field > b ? static_cast<uint32_t>(field - b) : 0;
+    for (uint32_t stops = block.stops; stops != 0; stops &= stops - 1) {
+      const unsigned at = FirstMark(stops);
+      const uint32_t mask = ((1u << at) - 1) >> from << from;
+      const char* stop = b + at;
+      if (stop >= end)
+        return end;
+      cells->push_back(Cell{field, static_cast<size_t>(stop - field),
+                            Shape(special || (block.special & mask) != 0,
+                                  high || (block.high & mask) != 0, field,
+                                  stop)});
+      if (*stop != delim || (stop + 1 < end && stop[1] == '"'))
+        return stop;
+      field = stop + 1;
+      from = at + 1;
+      special = high = false;
+    }
+    const uint32_t rest = 0xFFFFu >> from << from;
+    special = special || (block.special & rest) != 0;
+    high = high || (block.high & rest) != 0;
+  }
+}
+
 // The quoted field whose opening quote is before p, up to its closing
-// quote: the value (a doubled quote stands for one) appended to *row, the
-// byte after the closing quote in *next. False when the text ends first,
-// also right after a quote, which may still be the first of two.
-bool ScanQuoted(const char* p, const char* end, CsvRow* row,
-                const char** next) {
+// quote: the value, its doubled quotes still doubled, in *cell, the byte
+// after the closing quote in *next. False when the text ends first, also
+// right after a quote, which may still be the first of two.
+bool ScanQuoted(char* p, const char* end, Cell* cell, bool* doubled,
+                bool* breaks, char** next) {
+  cell->data = p;
   for (;;) {
-    const auto* quote =
-        static_cast<const char*>(memchr(p, '"', static_cast<size_t>(end - p)));
-    if (quote == nullptr || quote + 1 == end)
+    p += FindStop<kQuotedStops>(p, end) - p;
+    if (p == end)
       return false;
-    const bool doubled = quote[1] == '"';
-    row->text.append(p, static_cast<size_t>(quote - p) + doubled);
-    if (!doubled) {
-      *next = quote + 1;
+    if (*p != '"') {
+      *breaks = true;
+      ++p;
+      continue;
+    }
+    if (p + 1 == end)
+      return false;
+    if (p[1] != '"') {
+      cell->size = static_cast<size_t>(p - cell->data);
+      *next = p + 1;
       return true;
     }
-    p = quote + 2;
+    *doubled = true;
+    p += 2;
   }
+}
+
+// Makes each doubled quote of the cell, which lies in text, one; the value
+// only shrinks, so it stays where it is.
+void Undouble(char* text, Cell* cell) {
+  char* const begin = text + (cell->data - text);
+  const char* r = begin;
+  const char* const end = begin + cell->size;
+  char* w = begin;
+  while (const auto* quote = static_cast<const char*>(
+             memchr(r, '"', static_cast<size_t>(end - r)))) {
+    const size_t n = static_cast<size_t>(quote - r) + 1;  // one quote kept
+    memmove(w, r, n);
+    w += n;
+    r = quote + 2;
+  }
+  memmove(w, r, static_cast<size_t>(end - r));
+  cell->size = static_cast<size_t>(w + (end - r) - begin);
 }
 
 // Blanks and tabs at the edges of an unquoted field are part of its value:
@@ -74,11 +170,12 @@ int NoSpace(unsigned char) { return 0; }
 
 }  // namespace
 
-RowScan ScanCsvRow(const char* text, size_t size, char delim, CsvRow* row,
+RowScan ScanCsvRow(char* text, size_t size, char delim, CsvRow* row,
                    size_t* used) {
-  row->text.clear();
-  row->ends.clear();
-  const char* p = text;
+  row->cells.clear();
+  row->doubled.clear();
+  row->breaks = false;
+  char* p = text;
   const char* const end = text + size;
   // A line end where a row would begin: libcsv reports an empty row.
   if (p < end && (*p == '\r' || *p == '\n')) {
@@ -88,23 +185,28 @@ RowScan ScanCsvRow(const char* text, size_t size, char delim, CsvRow* row,
   }
   for (;;) {
     if (p < end && *p == '"') {
-      if (!ScanQuoted(p + 1, end, row, &p))
+      Cell cell;
+      bool doubled = false;
+      if (!ScanQuoted(p + 1, end, &cell, &doubled, &row->breaks, &p))
         return RowScan::kUnfinished;
+      if (doubled)
+        row->doubled.push_back(row->cells.size());
+      row->cells.push_back(cell);
     } else {
-      const char* q = delim == '\t' ? FindStop<kTabStops>(p, end)
-                                    : FindStop<kCommaStops>(p, end);
-      if (q < end && *q == '"')
-        return RowScan::kOther;  // strict CSV refuses it: libcsv says where
-      row->text.append(p, static_cast<size_t>(q - p));
-      p = q;
+      const char* q =
+          delim == '\t'
+              ? UnquotedFields<kTabStops>(p, end, delim, &row->cells)
+              : UnquotedFields<kCommaStops>(p, end, delim, &row->cells);
+      p += q - p;
     }
     if (p == end)
       return RowScan::kUnfinished;
-    row->ends.push_back(row->text.size());
     const char c = *p++;
     if (c == '\r' || c == '\n') {
       row->end = c;
       *used = static_cast<size_t>(p - text);
+      for (const size_t f : row->doubled)
+        Undouble(text, &row->cells[f]);
       return RowScan::kRow;
     }
     if (c != delim)
@@ -128,10 +230,11 @@ class CsvSource {
   static void OnField(void* data, size_t size, void* self);
   static void OnRowEnd(int end, void* self);
   void EndRow(int end);
+  void LibraryCells();
   bool TakeNames();
   bool TakeRecord();
   long LineEndsBefore(size_t field) const;
-  size_t TakeRows(const char* data, size_t size, bool last);
+  size_t TakeRows(char* data, size_t size, bool last);
   size_t ParseLine(const char* data, size_t size);
   bool ParseError(const char* what);
   void ParseFailure();
@@ -149,7 +252,10 @@ class CsvSource {
   bool m_InParser = false;
 
   CsvRow m_Row;  // the fields of the row being read
-  std::vector<Cell> m_Cells;
+  // The fields libcsv gave of the row it reads, back to back, and where
+  // each ends.
+  std::string m_LibraryText;
+  std::vector<size_t> m_LibraryEnds;
   long m_Line = 1;  // the line the row being read began on
   bool m_AfterCr = false;
   bool m_Failed = false;
@@ -186,39 +292,45 @@ void CsvSource::OnField(void* data, size_t size, void* self) {
   source->m_AfterCr = false;
   if (source->m_Failed)
     return;
-  source->m_Row.text.append(static_cast<const char*>(data), size);
-  source->m_Row.ends.push_back(source->m_Row.text.size());
+  source->m_LibraryText.append(static_cast<const char*>(data), size);
+  source->m_LibraryEnds.push_back(source->m_LibraryText.size());
 }
 
 void CsvSource::OnRowEnd(int end, void* self) {
   auto* source = static_cast<CsvSource*>(self);
   source->m_InParser = false;
+  source->LibraryCells();
   source->EndRow(end);
+  source->m_LibraryText.clear();
+  source->m_LibraryEnds.clear();
+}
+
+// The fields libcsv has given so far, as the row's cells.
+void CsvSource::LibraryCells() {
+  m_Row.cells.clear();
+  m_Row.breaks = true;
+  for (size_t f = 0, begin = 0; f < m_LibraryEnds.size();
+       begin = m_LibraryEnds[f++])
+    m_Row.cells.push_back(
+        Cell{m_LibraryText.data() + begin, m_LibraryEnds[f] - begin});
 }
 
 long CsvSource::LineEndsBefore(size_t field) const {
   long n = 0;
-  const std::vector<size_t>& ends = m_Row.ends;
-  for (size_t f = 0, begin = 0; f < field && f < ends.size(); ++f) {
-    n += CountLineEnds(m_Row.text.data() + begin, ends[f] - begin);
-    begin = ends[f];
-  }
+  for (size_t f = 0; f < field && f < m_Row.cells.size(); ++f)
+    n += CountLineEnds(m_Row.cells[f].data, m_Row.cells[f].size);
   return n;
 }
 
 void CsvSource::EndRow(int end) {
   if (m_Failed)
     return;
-  if (!m_Row.ends.empty()) {
+  if (!m_Row.cells.empty()) {
     if (m_Names.empty() ? !TakeNames() : !TakeRecord())
       return;
-    // Most rows hold no line break: two quick scans tell.
-    const std::string& text = m_Row.text;
-    if (memchr(text.data(), '\n', text.size()) != nullptr ||
-        memchr(text.data(), '\r', text.size()) != nullptr)
-      m_Line += LineEndsBefore(m_Row.ends.size());
-    m_Row.text.clear();
-    m_Row.ends.clear();
+    if (m_Row.breaks)
+      m_Line += LineEndsBefore(m_Row.cells.size());
+    m_Row.cells.clear();
   }
   if (end == '\r' || (end == '\n' && !m_AfterCr))
     ++m_Line;
@@ -226,16 +338,13 @@ void CsvSource::EndRow(int end) {
 }
 
 bool CsvSource::TakeNames() {
-  size_t begin = 0;
-  for (size_t end : m_Row.ends) {
-    m_Names.emplace_back(m_Row.text, begin, end - begin);
-    const ValueCheck check =
-        CheckValue(m_Row.text.data() + begin, end - begin);
+  for (const Cell& cell : m_Row.cells) {
+    m_Names.emplace_back(cell.data, cell.size);
+    const ValueCheck check = CheckValue(cell.data, cell.size);
     if (!check.ok())
       return Fail(m_Line + LineEndsBefore(m_Names.size() - 1),
                   "the name of column " + std::to_string(m_Names.size()) +
                       " holds " + FaultText(check.fault));
-    begin = end;
   }
   std::vector<size_t> columns;
   std::string err;
@@ -249,27 +358,24 @@ bool CsvSource::TakeNames() {
       !FindColumn(m_Names, m_Options.split_by, &m_KeyColumn, &err))
     return Fail(m_Line, "--split-by: " + err);
   m_Builder = std::make_unique<RecordBuilder>(columns, m_Names.size());
-  m_Cells.resize(m_Names.size());
   return true;
 }
 
 bool CsvSource::TakeRecord() {
-  const std::vector<size_t>& ends = m_Row.ends;
-  if (ends.size() != m_Names.size())
-    return Fail(m_Line, "a row of " + std::to_string(ends.size()) +
+  const std::vector<Cell>& cells = m_Row.cells;
+  if (cells.size() != m_Names.size())
+    return Fail(m_Line, "a row of " + std::to_string(cells.size()) +
                             " fields, but the first row names " +
                             std::to_string(m_Names.size()) + " columns");
-  for (size_t f = 0, begin = 0; f < ends.size(); begin = ends[f++])
-    m_Cells[f] = Cell{m_Row.text.data() + begin, ends[f] - begin};
   CellFault fault;
-  if (!m_Builder->Build(m_Cells.data(), &fault)) {
-    const Cell& cell = m_Cells[fault.column];
+  if (!m_Builder->Build(cells.data(), &fault)) {
+    const Cell& cell = cells[fault.column];
     return Fail(m_Line + LineEndsBefore(fault.column) +
                     CountLineEnds(cell.data, fault.check.at),
                 "column '" + m_Names[fault.column] + "' holds " +
                     FaultText(fault.check.fault));
   }
-  const Cell& key = m_Cells[m_KeyColumn];
+  const Cell& key = cells[m_KeyColumn];
   const TextBuffer& text = m_Builder->text();
   std::string err;
   if (!m_Writer->Write(key.data, key.size, text.data(), text.size(), &err)) {
@@ -281,9 +387,10 @@ bool CsvSource::TakeRecord() {
 }
 
 bool CsvSource::ParseError(const char* what) {
+  LibraryCells();
   const auto* partial = reinterpret_cast<const char*>(m_Parser.entry_buf);
   const size_t partial_size = partial == nullptr ? 0 : m_Parser.entry_pos;
-  return Fail(m_Line + LineEndsBefore(m_Row.ends.size()) +
+  return Fail(m_Line + LineEndsBefore(m_Row.cells.size()) +
                   CountLineEnds(partial, partial_size),
               what);
 }
@@ -314,7 +421,7 @@ size_t CsvSource::ParseLine(const char* data, size_t size) {
 // The rows in data; returns the bytes used: all of them, but for a row
 // that data ends in, which waits for the next read unless the input ends
 // (last) or it began at the start of a full buffer.
-size_t CsvSource::TakeRows(const char* data, size_t size, bool last) {
+size_t CsvSource::TakeRows(char* data, size_t size, bool last) {
   size_t pos = 0;
   while (pos < size && !m_Failed) {
     if (m_InParser) {
@@ -328,14 +435,13 @@ size_t CsvSource::TakeRows(const char* data, size_t size, bool last) {
     const RowScan scan =
         ScanCsvRow(data + pos, size - pos, m_Delim, &m_Row, &used);
     if (scan == RowScan::kRow) {
-      m_AfterCr = m_AfterCr && m_Row.ends.empty();
+      m_AfterCr = m_AfterCr && m_Row.cells.empty();
       EndRow(m_Row.end);
       pos += used;
     } else if (scan == RowScan::kUnfinished && !last && pos > 0) {
       break;
     } else {
-      m_Row.text.clear();
-      m_Row.ends.clear();
+      m_Row.cells.clear();
       m_InParser = true;
     }
   }
@@ -368,9 +474,11 @@ bool CsvSource::Fill(int fd, char* buffer, size_t kept, size_t* size,
 
 void CsvSource::Finish() {
   // Told at the line where the field's opening quote stands.
-  if (csv_fini(&m_Parser, OnField, OnRowEnd, this) != 0)
-    Fail(m_Line + LineEndsBefore(m_Row.ends.size()),
+  if (csv_fini(&m_Parser, OnField, OnRowEnd, this) != 0) {
+    LibraryCells();
+    Fail(m_Line + LineEndsBefore(m_Row.cells.size()),
          "a quoted field is not closed");
+  }
   else if (m_Names.empty())
     Fail(1, "no rows: the first row must name the columns");
 }
@@ -383,7 +491,7 @@ bool CsvSource::Run(int fd, std::string* err) {
     bool last;
     if (!Fill(fd, buffer.get(), kept, &size, &last))
       break;
-    const char* data = buffer.get();
+    char* data = buffer.get();
     if (first && size >= 3 && memcmp(data, "\xEF\xBB\xBF", 3) == 0) {
       data += 3;
       size -= 3;

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "table/records.h"
 #include "table/table_writer.h"
 
 namespace formfill_table {
@@ -23,12 +24,12 @@ struct CsvOptions {
 bool ConvertCsv(int fd, const std::string& name, const CsvOptions& options,
                 TableWriter* writer, std::string* err);
 
-// The fields of one row: their values back to back, where each ends, and
-// the byte that ended the row (CR or LF).
+// The fields of one row, and the byte that ended it (CR or LF).
 struct CsvRow {
-  std::string text;
-  std::vector<size_t> ends;
+  std::vector<Cell> cells;
+  bool breaks = false;  // a field may hold line breaks
   char end = 0;
+  std::vector<size_t> doubled;  // quoted fields with a doubled quote
 };
 
 enum class RowScan {
@@ -41,9 +42,11 @@ enum class RowScan {
 // libcsv reads it with ConvertCsv's options, for rows that libcsv accepts;
 // it gives up on the others (kOther) and on rows the text does not hold up
 // to their line end (kUnfinished). A line end alone is a row without
-// fields. With kRow, *used is the row's size, its line end included.
-// Rows ending at the end of the input are left to libcsv too.
-RowScan ScanCsvRow(const char* text, size_t size, char delim, CsvRow* row,
+// fields. With kRow, *used is the row's size, its line end included, and
+// the cells point into text: a quoted field's doubled quotes are made one
+// where they stand, the only change to text, made only for kRow. Rows
+// ending at the end of the input are left to libcsv too.
+RowScan ScanCsvRow(char* text, size_t size, char delim, CsvRow* row,
                    size_t* used);
 
 }  // namespace formfill_table

@@ -1,6 +1,7 @@
 #include "table/records.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <utility>
 
 namespace formfill_table {
@@ -11,8 +12,12 @@ RecordBuilder::RecordBuilder(std::vector<size_t> columns, size_t width)
   for (size_t i = 0; i < m_Columns.size(); ++i) {
     written[m_Columns[i]] = true;
     // The line end of the field before goes with the selector.
-    m_Openings.push_back((i == 0 ? "" : "\n") +
-                         Selector('$', static_cast<long>(i + 1)));
+    const std::string text = (i == 0 ? "" : "\n") +
+                             Selector('$', static_cast<long>(i + 1));
+    Opening opening = {};
+    memcpy(opening.text, text.data(), text.size());  // at most 23 bytes
+    opening.size = text.size();
+    m_Openings.push_back(opening);
   }
   m_Closing = m_Columns.empty() ? "@\n" : "\n@\n";
   for (size_t c = 0; c < width; ++c)
@@ -21,21 +26,30 @@ RecordBuilder::RecordBuilder(std::vector<size_t> columns, size_t width)
 }
 
 bool RecordBuilder::Build(const Cell* cells, CellFault* fault) {
+  // Every byte of a value may gain a backslash; nothing else grows.
+  size_t room = m_Columns.size() * sizeof(Opening::text) + m_Closing.size();
+  for (size_t c : m_Columns)
+    room += 2 * cells[c].size;
   m_Text.Clear();
+  char* w = m_Text.Reserve(room);
   // Each field on a line of its own: "$k;" directly before the value means
   // no value ever starts a line, where ">" and "@" would mean more.
   for (size_t i = 0; i < m_Columns.size(); ++i) {
     const Cell& cell = cells[m_Columns[i]];
-    const std::string& opening = m_Openings[i];
-    m_Text.Append(opening.data(), opening.size());
-    fault->check = AppendValue(cell.data, cell.size, &m_Text);
-    if (!fault->check.ok()) {
+    const Opening& opening = m_Openings[i];
+    memcpy(w, opening.text, sizeof opening.text);
+    w = WriteValue(cell.data, cell.size, cell.shape, w + opening.size,
+                   &fault->check);
+    if (w == nullptr) {
       fault->column = m_Columns[i];
       return false;
     }
   }
-  m_Text.Append(m_Closing.data(), m_Closing.size());
+  memcpy(w, m_Closing.data(), m_Closing.size());
+  m_Text.Advance(w + m_Closing.size());
   for (size_t c : m_Unwritten) {
+    if (cells[c].shape == ValueShape::kPlain)
+      continue;
     fault->check = CheckValue(cells[c].data, cells[c].size);
     if (!fault->check.ok()) {
       fault->column = c;

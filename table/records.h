@@ -14,6 +14,7 @@ namespace formfill_table {
 struct Cell {
   const char* data;
   size_t size;
+  ValueShape shape = ValueShape::kUnknown;
 };
 
 struct CellFault {
@@ -36,10 +37,17 @@ class RecordBuilder {
   const TextBuffer& text() const { return m_Text; }
 
  private:
+  // "$k;" after the line end of the field before, in a block of a fixed
+  // size: copied whole, then the size of the text counts.
+  struct Opening {
+    char text[24];
+    size_t size;
+  };
+
   std::vector<size_t> m_Columns;
   std::vector<size_t> m_Unwritten;
-  std::vector<std::string> m_Openings;  // "$k;" after the field before
-  std::string m_Closing;                // "@" and its line end
+  std::vector<Opening> m_Openings;
+  std::string m_Closing;  // "@" and its line end
   TextBuffer m_Text;
 };
 

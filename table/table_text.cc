@@ -22,12 +22,6 @@ enum Kind : uint8_t {
   kInvalid,  // a continuation byte out of place, or never valid in UTF-8
 };
 
-// "&" and "$" open selectors, "@" ends a record, ">" at a line's start is
-// a page mark or ends the header, "\\" escapes. Only some of them matter at
-// a given place, but escaping all of them everywhere keeps the rule one
-// that a reader of the table can check at a glance.
-constexpr std::array<char, 5> kEscapedBytes = {'\\', '$', '@', '&', '>'};
-
 constexpr std::array<Kind, 256> MakeKinds() {
   std::array<Kind, 256> kinds{};
   for (int c = 0x80; c < 0x100; ++c)
@@ -143,12 +137,12 @@ const unsigned char* SpaceRun(const unsigned char* p, const unsigned char* end,
   return p;
 }
 
-// AppendValue past the first byte it does not simply copy, p, with w where
+// WriteValue past the first byte it does not simply copy, p, with w where
 // it goes. Kept apart, so that the values copied whole take a short way.
-__attribute__((noinline)) ValueCheck AppendRest(const unsigned char* begin,
-                                                const unsigned char* p,
-                                                const unsigned char* end,
-                                                char* w, TextBuffer* out) {
+__attribute__((noinline)) char* WriteRest(const unsigned char* begin,
+                                          const unsigned char* p,
+                                          const unsigned char* end, char* w,
+                                          ValueCheck* check) {
   while (p < end) {
     // Most text is plain: copied a word at a time where it is.
     if (*p < 0x80) {
@@ -183,19 +177,60 @@ __attribute__((noinline)) ValueCheck AppendRest(const unsigned char* begin,
       }
       p = run_end;
     } else if (k == kForbidden) {
-      return Fault(c == 0 ? ValueFault::kNul : ValueFault::kSeparator, p,
-                   begin);
+      *check = Fault(c == 0 ? ValueFault::kNul : ValueFault::kSeparator, p,
+                     begin);
+      return nullptr;
     } else {
       const size_t n = k == kInvalid ? 0 : SequenceLength(p, end, k);
-      if (n == 0)
-        return Fault(ValueFault::kNotUtf8, p, begin);
+      if (n == 0) {
+        *check = Fault(ValueFault::kNotUtf8, p, begin);
+        return nullptr;
+      }
       CopyBytes(w, p, n);
       w += n;
       p += n;
     }
   }
-  out->Advance(w);
-  return ValueCheck();
+  return w;
+}
+
+// Whether the sixteen bytes at p are ASCII and whole two-byte sequences,
+// as text in most alphabets is.
+bool TwoByteBlock(const unsigned char* p) {
+  const uint32_t high = HighMarks(p);
+  if (high == 0)
+    return true;
+  uint32_t leads;
+  uint32_t continuations;
+  TwoByteMarks(p, &leads, &continuations);
+  return (high & ~(leads | continuations)) == 0 &&
+         continuations == ((leads << 1) & 0xFFFF) && (leads & 0x8000) == 0;
+}
+
+// Whether the bytes from p to end are UTF-8, for a value whose bytes below
+// 0x80 are known to be plain.
+bool IsUtf8(const unsigned char* p, const unsigned char* end) {
+  while (p < end) {
+    // A block of sixteen at a time while they are simple, else a
+    // character at a time up to its end.
+    const unsigned char* block_end = end - p >= 16 ? p + 16 : end;
+    if (block_end == p + 16 && TwoByteBlock(p)) {
+      p = block_end;
+      continue;
+    }
+    while (p < block_end) {
+      if (*p < 0x80) {
+        ++p;
+        continue;
+      }
+      const Kind k = kKinds[*p];
+      const size_t n = k == kInvalid ? 0 : SequenceLength(p, end, k);
+      if (n == 0)
+        return false;
+      p += n;
+    }
+  }
+  return true;
 }
 
 }  // namespace
@@ -228,22 +263,40 @@ char* TextBuffer::Reserve(size_t n) {
   return m_Data.get() + m_Size;
 }
 
+void TextBuffer::Release() {
+  m_Data.reset();
+  m_Size = 0;
+  m_Capacity = 0;
+}
+
 void TextBuffer::Append(const char* data, size_t n) {
   CopyBytes(Reserve(n), data, n);
   m_Size += n;
 }
 
-ValueCheck AppendValue(const char* value, size_t size, TextBuffer* out) {
+char* WriteValue(const char* value, size_t size, ValueShape shape, char* w,
+                 ValueCheck* check) {
   const auto* const begin = reinterpret_cast<const unsigned char*>(value);
-  // Every byte may gain a backslash; nothing else grows.
-  char* const w = out->Reserve(2 * size);
+  if (shape == ValueShape::kPlain ||
+      (shape == ValueShape::kText && IsUtf8(begin, begin + size))) {
+    CopyBytes(w, value, size);
+    return w + size;
+  }
   const size_t n = CopiedPrefix(begin, size);
   CopyBytes(w, begin, n);
-  if (n == size) {
-    out->Advance(w + n);
-    return ValueCheck();
-  }
-  return AppendRest(begin, begin + n, begin + size, w + n, out);
+  if (n == size)
+    return w + n;
+  return WriteRest(begin, begin + n, begin + size, w + n, check);
+}
+
+ValueCheck AppendValue(const char* value, size_t size, TextBuffer* out) {
+  ValueCheck check;
+  // Every byte may gain a backslash; nothing else grows.
+  char* const w = WriteValue(value, size, ValueShape::kUnknown,
+                             out->Reserve(2 * size), &check);
+  if (w != nullptr)
+    out->Advance(w);
+  return check;
 }
 
 ValueCheck CheckValue(const char* value, size_t size) {

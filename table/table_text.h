@@ -3,7 +3,9 @@
 #ifndef FORMFILL_TABLE_TABLE_TEXT_H_
 #define FORMFILL_TABLE_TABLE_TEXT_H_
 
+#include <array>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -23,6 +25,24 @@ struct ValueCheck {
   bool ok() const { return fault == ValueFault::kNone; }
 };
 
+// "&" and "$" open selectors, "@" ends a record, ">" at a line's start is
+// a page mark or ends the header, "\\" escapes. Only some of them matter at
+// a given place, but escaping all of them everywhere keeps the rule one
+// that a reader of the table can check at a glance.
+inline constexpr std::array<char, 5> kEscapedBytes = {'\\', '$', '@', '&', '>'};
+
+// What the reader of a value may already know of it, found while looking
+// for its end, so that writing it needs no second look at every byte.
+enum class ValueShape : uint8_t {
+  kUnknown,
+  // Only bytes from the blank to 0x7F, none of kEscapedBytes, and no blank
+  // at the end: written as it is.
+  kPlain,
+  // The same, but with bytes from 0x80 up too: written as it is once they
+  // are UTF-8.
+  kText,
+};
+
 // A few words for a message, e.g. "bytes that are not UTF-8".
 const char* FaultText(ValueFault fault);
 
@@ -40,6 +60,8 @@ class TextBuffer {
   void Advance(char* end) { m_Size = static_cast<size_t>(end - m_Data.get()); }
   void Append(const char* data, size_t n);
   void Clear() { m_Size = 0; }
+  // Clears and gives the memory back.
+  void Release();
 
   const char* data() const { return m_Data.get(); }
   size_t size() const { return m_Size; }
@@ -56,6 +78,12 @@ class TextBuffer {
 // tabs around it becomes one blank, and trailing blanks and tabs are
 // dropped. On a fault, out holds an unfinished value; the caller gives up.
 ValueCheck AppendValue(const char* value, size_t size, TextBuffer* out);
+
+// AppendValue for a value of the given shape, written at w, where there is
+// room for twice size bytes: the end of what it wrote, or nullptr with
+// *check filled on a fault.
+char* WriteValue(const char* value, size_t size, ValueShape shape, char* w,
+                 ValueCheck* check);
 
 // The check of AppendValue alone, for values that are not written.
 ValueCheck CheckValue(const char* value, size_t size);

@@ -37,9 +37,11 @@ bool IsKept(unsigned char c) {
 
 }  // namespace
 
-TableFile::TableFile(size_t buffer_size) : m_Capacity(buffer_size) {}
+TableFile::TableFile(size_t buffer_size, bool background)
+    : m_Capacity(buffer_size), m_Background(background) {}
 
 TableFile::~TableFile() {
+  m_Writer.reset();  // its last write goes to the file before it is closed
   if (m_Fd > STDERR_FILENO)
     close(m_Fd);
   if (!m_Done && !m_Direct && !m_Temp.empty())
@@ -54,6 +56,14 @@ bool TableFile::Fail(const std::string& what, std::string* err) const {
 
 bool TableFile::Create(const std::string& path, std::string* err) {
   m_Buffer.reset(new char[m_Capacity]);
+  if (!Open(path, err))
+    return false;
+  if (m_Background)
+    m_Writer = std::make_unique<BackgroundWriter>(m_Fd, m_Capacity);
+  return true;
+}
+
+bool TableFile::Open(const std::string& path, std::string* err) {
   if (path.empty() || path == "-") {
     m_Fd = STDOUT_FILENO;
     return true;
@@ -89,6 +99,11 @@ bool TableFile::Create(const std::string& path, std::string* err) {
 }
 
 bool TableFile::Flush(std::string* err) {
+  if (m_Writer != nullptr) {
+    const size_t size = m_Used;
+    m_Used = 0;
+    return m_Writer->Hand(&m_Buffer, size) || Fail("cannot write", err);
+  }
   size_t done = 0;
   while (done < m_Used) {
     const ssize_t n = write(m_Fd, m_Buffer.get() + done, m_Used - done);
@@ -140,6 +155,8 @@ bool TableFile::Resume(std::string* err) {
 bool TableFile::Commit(std::string* err) {
   if (m_Fd >= 0 && !Flush(err))
     return false;
+  if (m_Writer != nullptr && !m_Writer->Wait())
+    return Fail("cannot write", err);
   if (m_Path.empty()) {
     m_Done = true;
     return true;
@@ -187,7 +204,7 @@ bool TableWriter::Start(std::string* err) {
     return true;
   }
   Target target;
-  target.file = std::make_unique<TableFile>(kSingleBuffer);
+  target.file = std::make_unique<TableFile>(kSingleBuffer, true);
   m_Targets.push_back(std::move(target));
   TableFile* file = m_Targets.back().file.get();
   return file->Create(m_Out, err) &&
@@ -207,7 +224,7 @@ bool TableWriter::Open(Target* target, std::string* err) {
   m_Open.push_back(static_cast<size_t>(target - m_Targets.data()));
   if (target->file != nullptr)
     return target->file->Resume(err);
-  target->file = std::make_unique<TableFile>(kSplitBuffer);
+  target->file = std::make_unique<TableFile>(kSplitBuffer, false);
   return target->file->Create(target->name, err) &&
          target->file->Write(m_Header.data(), m_Header.size(), err);
 }

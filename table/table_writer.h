@@ -9,6 +9,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "table/background_writer.h"
+
 namespace formfill_table {
 
 // One output written through a buffer of its own. A named file is written
@@ -17,7 +19,8 @@ namespace formfill_table {
 // behind. A device or named pipe is written directly. Every bool function returns false with *err filled on failure.
 class TableFile {
  public:
-  explicit TableFile(size_t buffer_size);
+  // With background, full buffers are written on a thread of their own.
+  TableFile(size_t buffer_size, bool background);
   ~TableFile();
   TableFile(const TableFile&) = delete;
   TableFile& operator=(const TableFile&) = delete;
@@ -34,6 +37,7 @@ class TableFile {
   bool Commit(std::string* err);
 
  private:
+  bool Open(const std::string& path, std::string* err);
   bool Flush(std::string* err);
   bool Fail(const std::string& what, std::string* err) const;
 
@@ -46,6 +50,8 @@ class TableFile {
   std::unique_ptr<char[]> m_Buffer;
   size_t m_Capacity;
   size_t m_Used = 0;
+  const bool m_Background;
+  std::unique_ptr<BackgroundWriter> m_Writer;  // with m_Background
 };
 
 // The file name part that stands for a split value: ASCII letters and

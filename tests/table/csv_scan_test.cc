@@ -45,9 +45,24 @@ bool LibraryReads(const std::string& text, char delim, Library* got) {
 
 std::vector<std::string> Fields(const CsvRow& row) {
   std::vector<std::string> fields;
-  for (size_t f = 0, begin = 0; f < row.ends.size(); begin = row.ends[f++])
-    fields.push_back(row.text.substr(begin, row.ends[f] - begin));
+  for (const Cell& cell : row.cells)
+    fields.emplace_back(cell.data, cell.size);
   return fields;
+}
+
+// What a table gets of the cell: written by its shape, and by the full
+// rule, which must agree.
+void ExpectShapeAgrees(const Cell& cell) {
+  std::string by_shape(2 * cell.size, '\0');
+  std::string by_rule(2 * cell.size, '\0');
+  ValueCheck check;
+  char* w = WriteValue(cell.data, cell.size, cell.shape, by_shape.data(),
+                       &check);
+  by_shape.resize(w == nullptr ? 0 : static_cast<size_t>(w - by_shape.data()));
+  w = WriteValue(cell.data, cell.size, ValueShape::kUnknown, by_rule.data(),
+                 &check);
+  by_rule.resize(w == nullptr ? 0 : static_cast<size_t>(w - by_rule.data()));
+  EXPECT_EQ(by_shape, by_rule) << std::string(cell.data, cell.size);
 }
 
 TEST(ScanCsvRowTest, ReadsRowsAsLibcsvDoes) {
@@ -64,6 +79,12 @@ TEST(ScanCsvRowTest, ReadsRowsAsLibcsvDoes) {
       {',', "\"a,b\"\"c\"\"\r\nd\",\"\"\"\",x\r"},
       {',', "\"" + sixteen + "\"\"" + sixteen + "\"," + sixteen + "\n"},
       {',', sixteen + sixteen + "," + sixteen.substr(1) + "\n"},
+      // Values that are written as they are, and their near misses.
+      {',', "plain," + sixteen + "$," + sixteen + " ,tail \r"},
+      {',', "\xC3\xA9t\xC3\xA9,\xC3," + sixteen + "\xE2\x82\xAC,a\x7F\x1F\n"},
+      // An escaped byte where the next block has a high one.
+      {',', "$" + sixteen.substr(1) + "\xC3\xA9,x\n"},
+      {',', "a>b,@," + sixteen + sixteen + "\\,x&y,\xF0\x9F\x98\x80 \n"},
       {',', std::string("a\0b,\xC3\xA9\x01\xFF", 8) + "\n"},
       {'\t', "a,b\t\"c\td\"\t,\n"},
       {'\t', "\"x\r\"\"y\"\t" + sixteen + "\r"},
@@ -74,19 +95,27 @@ TEST(ScanCsvRowTest, ReadsRowsAsLibcsvDoes) {
     Library want;
     ASSERT_TRUE(LibraryReads(text, c.delim, &want)) << c.row;
     CsvRow row;
+    std::string copy = text;
     size_t used = 0;
-    ASSERT_EQ(ScanCsvRow(text.data(), text.size(), c.delim, &row, &used),
+    ASSERT_EQ(ScanCsvRow(copy.data(), copy.size(), c.delim, &row, &used),
               RowScan::kRow)
         << c.row;
     EXPECT_EQ(used, c.row.size()) << c.row;
     EXPECT_EQ(Fields(row), want.fields) << c.row;
     EXPECT_EQ(static_cast<unsigned char>(row.end), want.end) << c.row;
+    EXPECT_EQ(copy.substr(used), text.substr(used)) << c.row;
+    for (const Cell& cell : row.cells)
+      ExpectShapeAgrees(cell);
 
-    // Every cut before the line end leaves the row unfinished.
-    for (size_t cut = 0; cut + 1 < c.row.size(); ++cut)
-      EXPECT_EQ(ScanCsvRow(text.data(), cut, c.delim, &row, &used),
+    // Every cut before the line end leaves the row unfinished, and the
+    // text as it was.
+    for (size_t cut = 0; cut + 1 < c.row.size(); ++cut) {
+      copy = text;
+      EXPECT_EQ(ScanCsvRow(copy.data(), cut, c.delim, &row, &used),
                 RowScan::kUnfinished)
           << c.row << " cut at " << cut;
+      EXPECT_EQ(copy, text) << c.row << " cut at " << cut;
+    }
   }
 }
 
@@ -103,10 +132,12 @@ TEST(ScanCsvRowTest, LeavesRowsLibcsvRefusesToIt) {
     Library want;
     EXPECT_FALSE(LibraryReads(row, ',', &want)) << row;
     CsvRow scanned;
+    std::string copy = row;
     size_t used = 0;
-    EXPECT_EQ(ScanCsvRow(row.data(), row.size(), ',', &scanned, &used),
+    EXPECT_EQ(ScanCsvRow(copy.data(), copy.size(), ',', &scanned, &used),
               RowScan::kOther)
         << row;
+    EXPECT_EQ(copy, row);
   }
 }
 

@@ -1,0 +1,56 @@
+// Writing on a thread of its own.
+#ifndef FORMFILL_TABLE_BACKGROUND_WRITER_H_
+#define FORMFILL_TABLE_BACKGROUND_WRITER_H_
+
+#include <condition_variable>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+namespace formfill_table {
+
+// Writes full buffers to a file descriptor on a thread of its own, so that
+// the kernel's share of writing (copying into the page cache) runs beside
+// the reading and converting instead of after it. One buffer is written
+// while the caller fills the other.
+class BackgroundWriter {
+ public:
+  // buffer_size: the size of the buffers Hand gives out.
+  BackgroundWriter(int fd, size_t buffer_size);
+  // Waits for the buffer being written, if any.
+  ~BackgroundWriter();
+  BackgroundWriter(const BackgroundWriter&) = delete;
+  BackgroundWriter& operator=(const BackgroundWriter&) = delete;
+
+  // Gives the first size bytes of *buffer to be written and puts in
+  // *buffer the one to fill next. False, with errno set, when an earlier
+  // write failed; then nothing more is written.
+  bool Hand(std::unique_ptr<char[]>* buffer, size_t size);
+  // Waits until everything handed is written; false, with errno set, when
+  // a write failed.
+  bool Wait();
+
+ private:
+  void Run();
+  bool WriteAll(const char* data, size_t size);
+
+  const int m_Fd;
+  const size_t m_BufferSize;
+
+  std::mutex m_Mutex;
+  std::condition_variable m_Changed;
+  // Guarded by m_Mutex:
+  std::unique_ptr<char[]> m_Pending;  // handed, not yet written
+  size_t m_PendingSize = 0;
+  bool m_Busy = false;                // m_Pending is being written
+  std::unique_ptr<char[]> m_Spare;    // written, free to fill
+  bool m_Stop = false;
+  int m_Error = 0;                    // errno of the write that failed
+
+  std::thread m_Thread;  // last: started once the rest is set up
+};
+
+}  // namespace formfill_table
+
+#endif  // FORMFILL_TABLE_BACKGROUND_WRITER_H_
