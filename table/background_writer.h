@@ -11,9 +11,17 @@
 namespace formfill_table {
 
 // Writes full buffers to a file descriptor on a thread of its own, so that
-// the kernel's share of writing (copying into the page cache) runs beside
-// the reading and converting instead of after it. One buffer is written
-// while the caller fills the other.
+// the kernel's share of writing runs beside the reading and converting
+// instead of after it. One buffer is written while the caller fills the
+// other.
+//
+// For a regular file, the disk writes of each buffer are started as soon
+// as it is written, so that few are left for the end: renaming a file over
+// an old one, or closing one that was truncated, makes some file systems
+// start them all then and wait until they are under way. That is given up
+// for good once starting them has to wait for the disk: then the disk is
+// the slower part, and the page cache had better take the table as it
+// comes.
 class BackgroundWriter {
  public:
   // buffer_size: the size of the buffers Hand gives out.
@@ -37,6 +45,9 @@ class BackgroundWriter {
 
   const int m_Fd;
   const size_t m_BufferSize;
+  // Only the thread touches these once it runs.
+  bool m_StartWriteback;
+  long long m_Offset = 0;  // of the next byte written
 
   std::mutex m_Mutex;
   std::condition_variable m_Changed;

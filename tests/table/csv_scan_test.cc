@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "table/csv_source.h"
+#include "table/csv_scan.h"
 
 namespace formfill_table {
 namespace {
