@@ -76,17 +76,14 @@ bool BackgroundWriter::WriteAll(const char* data, size_t size) {
     }
     done += static_cast<size_t>(n);
   }
-  const long long begin = m_Offset;
-  m_Offset += static_cast<long long>(size);
 #ifdef SYNC_FILE_RANGE_WRITE
   if (m_StartWriteback) {
+    // The whole file: what is already on its way is passed over, and a
+    // file opened for appending is covered too.
     const Clock::time_point written = Clock::now();
-    sync_file_range(m_Fd, begin, static_cast<long long>(size),
-                    SYNC_FILE_RANGE_WRITE);
+    sync_file_range(m_Fd, 0, 0, SYNC_FILE_RANGE_WRITE);
     m_StartWriteback = Clock::now() - written < kStall;
   }
-#else
-  (void)begin;
 #endif
   return true;
 }

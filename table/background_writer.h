@@ -45,9 +45,7 @@ class BackgroundWriter {
 
   const int m_Fd;
   const size_t m_BufferSize;
-  // Only the thread touches these once it runs.
-  bool m_StartWriteback;
-  long long m_Offset = 0;  // of the next byte written
+  bool m_StartWriteback;  // only the thread touches it once it runs
 
   std::mutex m_Mutex;
   std::condition_variable m_Changed;

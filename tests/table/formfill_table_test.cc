@@ -220,6 +220,21 @@ TEST_F(FormfillTableTest, WritesThroughLinksAndPipes) {
   EXPECT_EQ(ListDir(m_Work), "link.tbl\norders.csv\npipe\nreal.tbl\n");
 }
 
+// A full disk is told whether the table fails in its last buffer or in
+// one written while the conversion goes on.
+TEST_F(FormfillTableTest, TellsAFailedWrite) {
+  std::string big = "item\n";
+  while (big.size() < 2 * 1024 * 1024)
+    big += "a row long enough to fill a few buffers of the table\n";
+  for (const std::string& csv : {std::string("item\nx\n"), big}) {
+    Write("orders.csv", csv);
+    const RunResult run = Table({"-o", "/dev/full", "orders.csv"});
+    EXPECT_EQ(run.status, 1) << csv.size();
+    EXPECT_EQ(run.err, "formfill-table: cannot write /dev/full: No space "
+                       "left on device\n");
+  }
+}
+
 TEST_F(FormfillTableTest, SplitValuesGivingOneNameAreAnError) {
   Write("orders.csv", "customer,item\nA B,1\nC,2\nA/B,3\n");
   const RunResult run =
