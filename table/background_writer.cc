@@ -8,6 +8,8 @@
 #include <chrono>
 #include <utility>
 
+#include "table/temp_files.h"
+
 namespace formfill_table {
 
 namespace {
@@ -28,8 +30,11 @@ bool IsRegularFile(int fd) {
 BackgroundWriter::BackgroundWriter(int fd, size_t buffer_size)
     : m_Fd(fd),
       m_BufferSize(buffer_size),
-      m_StartWriteback(IsRegularFile(fd)),
-      m_Thread(&BackgroundWriter::Run, this) {}
+      m_StartWriteback(IsRegularFile(fd)) {
+  // The thread never takes the signals that remove temporary files.
+  SignalsHeld held;
+  m_Thread = std::thread(&BackgroundWriter::Run, this);
+}
 
 BackgroundWriter::~BackgroundWriter() {
   {

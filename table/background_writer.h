@@ -57,7 +57,7 @@ class BackgroundWriter {
   bool m_Stop = false;
   int m_Error = 0;                    // errno of the write that failed
 
-  std::thread m_Thread;  // last: started once the rest is set up
+  std::thread m_Thread;
 };
 
 }  // namespace formfill_table

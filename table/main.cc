@@ -15,6 +15,7 @@
 #include "table/records.h"
 #include "table/sqlite_source.h"
 #include "table/table_writer.h"
+#include "table/temp_files.h"
 
 namespace {
 
@@ -168,6 +169,9 @@ int Convert(const Options& o) {
       return Failure("cannot open " + name + ": " + strerror(errno));
   }
 
+  // Output files are written under temporary names: an interrupted run
+  // removes them.
+  formfill_table::RemoveTempFilesOnSignals();
   std::string header_text;
   bool ok = formfill_table::HeaderText(header, &header_text, &err);
   if (ok) {

@@ -12,6 +12,8 @@
 #include <cstring>
 #include <utility>
 
+#include "table/temp_files.h"
+
 namespace formfill_table {
 
 namespace {
@@ -44,8 +46,12 @@ TableFile::~TableFile() {
   m_Writer.reset();  // its last write goes to the file before it is closed
   if (m_Fd > STDERR_FILENO)
     close(m_Fd);
-  if (!m_Done && !m_Direct && !m_Temp.empty())
-    unlink(m_Temp.c_str());
+  if (!m_Direct && !m_Temp.empty()) {
+    SignalsHeld held;
+    if (!m_Done)
+      unlink(m_Temp.c_str());
+    UnregisterTempFile(&m_Temp);
+  }
 }
 
 bool TableFile::Fail(const std::string& what, std::string* err) const {
@@ -86,14 +92,18 @@ bool TableFile::Open(const std::string& path, std::string* err) {
                  ? resolved
                  : path;
   std::string temp = m_Target + ".XXXXXX";
-  const int fd = mkstemp(temp.data());
-  if (fd < 0)
-    return Fail("cannot create", err);
-  m_Temp = temp;
-  m_Fd = fd;
+  {
+    // Registered as it is made, so that no signal comes in between.
+    SignalsHeld held;
+    m_Fd = mkstemp(temp.data());
+    if (m_Fd < 0)
+      return Fail("cannot create", err);
+    m_Temp = temp;
+    RegisterTempFile(&m_Temp);
+  }
   // mkstemp makes the file private; the table gets the mode of any file the
   // user creates.
-  if (fchmod(fd, 0666 & ~CurrentUmask()) != 0)
+  if (fchmod(m_Fd, 0666 & ~CurrentUmask()) != 0)
     return Fail("cannot set the mode of", err);
   return true;
 }
@@ -167,9 +177,15 @@ bool TableFile::Commit(std::string* err) {
     if (close(fd) != 0)
       return Fail("cannot write", err);
   }
-  if (!m_Direct && rename(m_Temp.c_str(), m_Target.c_str()) != 0)
+  if (m_Direct) {
+    m_Done = true;
+    return true;
+  }
+  SignalsHeld held;
+  if (rename(m_Temp.c_str(), m_Target.c_str()) != 0)
     return Fail("cannot rename the temporary file to", err);
   m_Done = true;
+  UnregisterTempFile(&m_Temp);
   return true;
 }
 

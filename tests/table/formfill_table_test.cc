@@ -6,7 +6,9 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -232,6 +234,54 @@ TEST_F(FormfillTableTest, TellsAFailedWrite) {
     EXPECT_EQ(run.status, 1) << csv.size();
     EXPECT_EQ(run.err, "formfill-table: cannot write /dev/full: No space "
                        "left on device\n");
+  }
+}
+
+// Stopped by a signal while it waits for more input, a run dies of the
+// signal and leaves no temporary file; a signal that was ignored when the
+// run started (nohup) stays ignored, and the table is written.
+TEST_F(FormfillTableTest, AStoppedRunLeavesNoTemporaryFile) {
+  static const struct {
+    int sig;
+    bool ignored;
+  } kCases[] = {{SIGINT, false}, {SIGTERM, false}, {SIGHUP, false},
+                {SIGHUP, true}};
+  ASSERT_EQ(mkfifo((m_Work + "/in.csv").c_str(), 0600), 0);
+  for (const auto& c : kCases) {
+    const pid_t pid = fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+      if (c.ignored)
+        signal(c.sig, SIG_IGN);
+      setenv("LANG", "C.UTF-8", 1);
+      if (chdir(m_Work.c_str()) == 0)
+        execl(FORMFILL_TABLE_BIN, FORMFILL_TABLE_BIN, "-o", "out.tbl",
+              "in.csv", static_cast<char*>(nullptr));
+      _exit(127);
+    }
+    // Open once the run opens it; the table's file is made right after.
+    const int fd = open((m_Work + "/in.csv").c_str(), O_WRONLY);
+    ASSERT_GE(fd, 0);
+    EXPECT_EQ(write(fd, "a\nx\n", 4), 4);
+    bool made = false;
+    for (int i = 0; i < 3000 && !made; ++i) {
+      made = ListDir(m_Work).find("out.tbl.") != std::string::npos;
+      if (!made)
+        usleep(10000);
+    }
+    EXPECT_TRUE(made) << c.sig;
+    kill(pid, c.sig);
+    close(fd);
+    int status = 0;
+    ASSERT_EQ(waitpid(pid, &status, 0), pid);
+    if (c.ignored) {
+      EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+      EXPECT_EQ(Read("out.tbl"), "$1;x\n@\n");
+      std::filesystem::remove(m_Work + "/out.tbl");
+    } else {
+      EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == c.sig) << c.sig;
+    }
+    EXPECT_EQ(ListDir(m_Work), "in.csv\n") << c.sig;
   }
 }
 
