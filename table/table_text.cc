@@ -41,6 +41,7 @@ constexpr std::array<Kind, 256> MakeKinds() {
 }
 
 constexpr std::array<Kind, 256> kKinds = MakeKinds();
+constexpr std::array<char, 2> kForbiddenBytes = {'\0', '\1'};
 
 bool Continuation(unsigned char c) { return (c & 0xC0) == 0x80; }
 
@@ -194,9 +195,11 @@ __attribute__((noinline)) char* WriteRest(const unsigned char* begin,
   return w;
 }
 
-// Whether the sixteen bytes at p are ASCII and whole two-byte sequences,
-// as text in most alphabets is.
-bool TwoByteBlock(const unsigned char* p) {
+// Whether the sixteen bytes at p are ASCII but U+0000 and U+0001, and
+// whole two-byte sequences, as text in most alphabets is.
+bool SimpleBlock(const unsigned char* p) {
+  if (ByteMarks<kForbiddenBytes, false>::Find(p) != 0)
+    return false;
   const uint32_t high = HighMarks(p);
   if (high == 0)
     return true;
@@ -205,32 +208,6 @@ bool TwoByteBlock(const unsigned char* p) {
   TwoByteMarks(p, &leads, &continuations);
   return (high & ~(leads | continuations)) == 0 &&
          continuations == ((leads << 1) & 0xFFFF) && (leads & 0x8000) == 0;
-}
-
-// Whether the bytes from p to end are UTF-8, for a value whose bytes below
-// 0x80 are known to be plain.
-bool IsUtf8(const unsigned char* p, const unsigned char* end) {
-  while (p < end) {
-    // A block of sixteen at a time while they are simple, else a
-    // character at a time up to its end.
-    const unsigned char* block_end = end - p >= 16 ? p + 16 : end;
-    if (block_end == p + 16 && TwoByteBlock(p)) {
-      p = block_end;
-      continue;
-    }
-    while (p < block_end) {
-      if (*p < 0x80) {
-        ++p;
-        continue;
-      }
-      const Kind k = kKinds[*p];
-      const size_t n = k == kInvalid ? 0 : SequenceLength(p, end, k);
-      if (n == 0)
-        return false;
-      p += n;
-    }
-  }
-  return true;
 }
 
 }  // namespace
@@ -278,7 +255,7 @@ char* WriteValue(const char* value, size_t size, ValueShape shape, char* w,
                  ValueCheck* check) {
   const auto* const begin = reinterpret_cast<const unsigned char*>(value);
   if (shape == ValueShape::kPlain ||
-      (shape == ValueShape::kText && IsUtf8(begin, begin + size))) {
+      (shape == ValueShape::kText && CheckValue(value, size).ok())) {
     CopyBytes(w, value, size);
     return w + size;
   }
@@ -303,18 +280,27 @@ ValueCheck CheckValue(const char* value, size_t size) {
   const auto* const begin = reinterpret_cast<const unsigned char*>(value);
   const auto* const end = begin + size;
   for (const unsigned char* p = begin; p < end;) {
-    const Kind k = kKinds[*p];
-    if (k == kForbidden)
-      return Fault(*p == 0 ? ValueFault::kNul : ValueFault::kSeparator, p,
-                   begin);
-    if (k < kForbidden) {
-      ++p;
+    // Sixteen bytes at a time while they are simple, else a character at a
+    // time up to the end of those sixteen.
+    const unsigned char* block_end = end - p >= 16 ? p + 16 : end;
+    if (block_end == p + 16 && SimpleBlock(p)) {
+      p = block_end;
       continue;
     }
-    const size_t n = k == kInvalid ? 0 : SequenceLength(p, end, k);
-    if (n == 0)
-      return Fault(ValueFault::kNotUtf8, p, begin);
-    p += n;
+    while (p < block_end) {
+      const Kind k = kKinds[*p];
+      if (k == kForbidden)
+        return Fault(*p == 0 ? ValueFault::kNul : ValueFault::kSeparator, p,
+                     begin);
+      if (k < kForbidden) {
+        ++p;
+        continue;
+      }
+      const size_t n = k == kInvalid ? 0 : SequenceLength(p, end, k);
+      if (n == 0)
+        return Fault(ValueFault::kNotUtf8, p, begin);
+      p += n;
+    }
   }
   return ValueCheck();
 }

@@ -125,17 +125,6 @@ TEST(ReadmeTest, EveryExampleRunIsTested) {
         << "<!-- test run -->";
 }
 
-TEST(ReadmeTest, ConsoleBlocksSplitIntoCommandsAndOutput) {
-  const std::vector<ConsoleCommand> commands = ParseConsole(
-      "$ cat > a <<'EOF'\n$ not a command\nEOF\n$ ls \\\n  -1 |\n  cat\na\n"
-      "$ true\n");
-  ASSERT_EQ(commands.size(), 3u);
-  EXPECT_EQ(commands[0].command, "cat > a <<'EOF'\n$ not a command\nEOF");
-  EXPECT_EQ(commands[1].command, "ls \\\n  -1 |\n  cat");
-  EXPECT_EQ(commands[1].shown, std::vector<std::string>{"a"});
-  EXPECT_TRUE(commands[2].shown.empty());
-}
-
 TEST(ReadmeTest, ShownOutputMatches) {
   const struct {
     std::vector<std::string> shown;

@@ -119,27 +119,5 @@ TEST(ScanCsvRowTest, ReadsRowsAsLibcsvDoes) {
   }
 }
 
-TEST(ScanCsvRowTest, LeavesRowsLibcsvRefusesToIt) {
-  static const char* const kRows[] = {
-      "a\"b,c\n",         // a quote inside an unquoted field
-      "a,b\"\n",          //   at its end
-      "\"a\"b,c\n",       // text after the closing quote
-      "\"a\" ,c\n",       //   a blank
-      "x,\"a\"\"\"b\"\n",  // a doubled quote, then text
-  };
-  for (const char* text : kRows) {
-    const std::string row = text;
-    Library want;
-    EXPECT_FALSE(LibraryReads(row, ',', &want)) << row;
-    CsvRow scanned;
-    std::string copy = row;
-    size_t used = 0;
-    EXPECT_EQ(ScanCsvRow(copy.data(), copy.size(), ',', &scanned, &used),
-              RowScan::kOther)
-        << row;
-    EXPECT_EQ(copy, row);
-  }
-}
-
 }  // namespace
 }  // namespace formfill_table
